@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "tests/support/guard_pages.h"
+
+#include <sys/mman.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace
+{
+constexpr std::size_t page = 4096;
+}
+
+tesh_test::guarded_bytes::guarded_bytes(std::size_t bytes, guard side, std::size_t shift_bytes)
+{
+    const std::size_t body = (bytes + shift_bytes + page - 1) / page * page;
+    map_bytes_ = body + 2 * page;
+    void *map = mmap(nullptr, map_bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (map == MAP_FAILED) {
+        std::perror("guarded_bytes: mmap");
+        std::abort();
+    }
+    map_ = static_cast<std::uint8_t *>(map);
+    if (mprotect(map_, page, PROT_NONE) != 0 || mprotect(map_ + page + body, page, PROT_NONE) != 0) {
+        std::perror("guarded_bytes: mprotect");
+        std::abort();
+    }
+    data_ = side == guard::at_end ? map_ + page + body - bytes - shift_bytes : map_ + page + shift_bytes;
+}
+
+tesh_test::guarded_bytes::~guarded_bytes()
+{
+    munmap(map_, map_bytes_);
+}
