@@ -16,12 +16,9 @@ typedef void tesh_blas_sgemmger_fn(const char *transa, const char *transb, const
                                    const float *alpha, const float *x, const int64_t *incx, const float *y,
                                    const int64_t *incy, const float *beta, float *c, const int64_t *ldc);
 
-// Front: peels off the shapes that are a matrix-vector product or a rank-1 update. Takes the hidden character lengths
-// of its Fortran-style callers and reads none.
-TESH_API void tesh_blas_sgemm(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
-                              const int64_t *k, const float *alpha, const float *a, const int64_t *lda, const float *b,
-                              const int64_t *ldb, const float *beta, float *c, const int64_t *ldc,
-                              int64_t transa_length, int64_t transb_length);
+// Front: peels off the shapes that are a matrix-vector product or a rank-1 update. The hidden character lengths are not passed
+// down: with thirteen arguments the entry reaches it by a jump.
+TESH_API tesh_blas_sgemm_fn tesh_blas_sgemm;
 TESH_API tesh_blas_sgemmger_fn tesh_blas_sgemmger;
 
 // Dispatchers.
