@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The loops behind bench/peak/peak.h, for one register width.
+#pragma once
+#include <stdint.h>
+
+namespace
+{
+constexpr int peak_accumulators =
+    12; // covers latency times width of the pipes, and leaves two operands in 16 registers
+
+// rounds steps of peak_accumulators products and sums; answers a value that depends on all.
+template <class v> float multiply_add_body(int64_t rounds, float start)
+{
+    typename v::reg acc[peak_accumulators];
+    typename v::reg x = v::set1(start), y = v::set1(start);
+    for (int i = 0; i < peak_accumulators; ++i)
+        acc[i] = v::set1(start);
+    for (int64_t r = 0; r < rounds; ++r) {
+#pragma GCC unroll 12
+        for (int i = 0; i < peak_accumulators; ++i) {
+            __asm__("" : "+x"(x)); // a new value to the compiler, so that no product is taken out of the loop
+            acc[i] = v::mul_add(x, y, acc[i]);
+        }
+    }
+    for (int i = 1; i < peak_accumulators; ++i)
+        acc[0] = v::add(acc[0], acc[i]);
+    float lanes[v::width];
+    v::store(lanes, acc[0]);
+    return lanes[0];
+}
+
+// kind as tesh_bench::traffic; n a multiple of 8 registers; both arrays aligned to 64 bytes.
+template <class v, int kind> void traffic_body(int64_t repetitions, int64_t n, const float *x, float *y, float a)
+{
+    const typename v::reg av = v::set1(a);
+    for (int64_t r = 0; r < repetitions; ++r) {
+#pragma GCC unroll 1
+        for (int64_t i = 0; i < n; i += 8 * v::width) {
+#pragma GCC unroll 8
+            for (int u = 0; u < 8; ++u) {
+                const int64_t at = i + u * v::width;
+                if constexpr (kind == 0) {
+                    const typename v::reg value = v::load(x + at);
+                    __asm__ volatile("" ::"x"(value));
+                } else if constexpr (kind == 1) {
+                    v::store(y + at, av);
+                } else if constexpr (kind == 2) {
+                    v::store(y + at, v::load(x + at));
+                } else if constexpr (kind == 3) {
+                    v::store(y + at, v::mul(av, v::load(y + at)));
+                } else {
+                    v::store(y + at, v::mul_add(av, v::load(x + at), v::load(y + at)));
+                }
+            }
+        }
+        __asm__ volatile("" ::: "memory");
+    }
+}
+} // namespace
