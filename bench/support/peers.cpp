@@ -23,9 +23,12 @@ std::string core_of(void *handle, const std::string &suffix)
 {
     if (void *f = dlsym(handle, ("openblas_get_corename" + suffix).c_str()))
         return reinterpret_cast<const char *(*)()>(f)();
-    void *query = dlsym(handle, "bli_arch_query_id"), *text = dlsym(handle, "bli_arch_string");
-    if (query != nullptr && text != nullptr)
+    void *init = dlsym(handle, "bli_init"), *query = dlsym(handle, "bli_arch_query_id");
+    void *text = dlsym(handle, "bli_arch_string");
+    if (init != nullptr && query != nullptr && text != nullptr) {
+        reinterpret_cast<void (*)()>(init)(); // it asks for the forced configuration here
         return reinterpret_cast<const char *(*)(int)>(text)(reinterpret_cast<int (*)()>(query)());
+    }
     return "?";
 }
 
