@@ -35,13 +35,14 @@ template <auto &address, const auto &members, auto choose, class... Args>
     return member(args...);
 }
 
-// address: the family's static, null until bound. members: its table, one row per dispatch_path.
+// address: the family's static, null until bound. members: its table, one row per dispatch_path. The one call at the end
+// keeps arguments on the stack in their places: with a second call in sight compilers load and store them all.
 template <auto &address, const auto &members, auto choose = dispatch_choose_blas_path, class... Args>
 [[gnu::always_inline]] inline auto dispatch(Args... args)
 {
-    const auto member = __atomic_load_n(&address, __ATOMIC_RELAXED);
-    if (__builtin_expect(member != nullptr, 1))
-        return member(args...);
-    return dispatch_bind<address, members, choose>(args...);
+    auto member = __atomic_load_n(&address, __ATOMIC_RELAXED);
+    if (__builtin_expect(member == nullptr, 0))
+        member = dispatch_bind<address, members, choose, Args...>;
+    return member(args...);
 }
 } // namespace
