@@ -9,14 +9,20 @@
 extern "C" {
 #endif
 
-// ---- the bufferless product, for what is too small to pack and for when there is no memory ------------------------
+// ---- path routines and bufferless products ------------------------------------------------------------------------
+TESH_API tesh_blas_sgemm_fn tesh_blas_def_xsgemm;
+TESH_API tesh_blas_sgemm_fn tesh_blas_cnr_def_xsgemm;
+TESH_API tesh_blas_sgemm_fn tesh_blas_mc3_xsgemm;
+TESH_API tesh_blas_sgemm_fn tesh_blas_avx2_xsgemm;
+TESH_API tesh_blas_sgemm_fn tesh_blas_avx512_xsgemm;
+// For what is too small to pack, for rest rows, and for when there is no memory.
+TESH_API tesh_blas_sgemm_fn tesh_blas_def_sgemm_pst;
+TESH_API tesh_blas_sgemm_fn tesh_blas_cnr_def_sgemm_pst;
+TESH_API tesh_blas_sgemm_fn tesh_blas_mc3_sgemm_pst;
 TESH_API tesh_blas_sgemm_fn tesh_blas_avx2_sgemm_pst;
 TESH_API tesh_blas_sgemm_fn tesh_blas_avx512_sgemm_pst;
 
 // ---- avx2 and avx512: the packed frame ----------------------------------------------------------------------------
-TESH_API tesh_blas_sgemm_fn tesh_blas_avx2_xsgemm;
-TESH_API tesh_blas_sgemm_fn tesh_blas_avx512_xsgemm;
-
 // Fill a record with the defaults of the path.
 TESH_API void tesh_blas_avx2_sgemm_initialize_strategy(gemm_strategy *strategy);
 TESH_API void tesh_blas_avx512_sgemm_initialize_strategy(gemm_strategy *strategy);
