@@ -80,6 +80,7 @@ TESH_API int32_t tesh_serv_progress(const int64_t *thread, const int64_t *step, 
                                     int64_t stage_length);
 TESH_API int32_t tesh_serv_default_progress(const int64_t *thread, const int64_t *step, const char *stage_name,
                                             int64_t stage_length);
+TESH_API extern tesh_serv_progress_fn tesh_progress_address; /* null: none */
 TESH_API tesh_serv_progress_fn tesh_serv_set_progress(tesh_serv_progress_fn callback);
 TESH_API void tesh_serv_set_progress_interface(tesh_serv_progress_fn callback);
 /* At most two; 1 if full or null, else 0. */
