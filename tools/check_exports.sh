@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+# check_exports.sh BUILD_DIR: the symbol table of libtesh.so, the version script and the headers name the same symbols; the
+# library needs libc and libm alone, has no executable stack, and runs two constructors at load.
+set -euo pipefail
+build=$(realpath "${1:?usage: check_exports.sh BUILD_DIR}")
+cd "$(dirname "$0")/.."
+library=$build/libtesh.so
+failures=0
+complain() { echo "check_exports: $*" >&2; failures=$((failures + 1)); }
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+nm -D --defined-only "$library" | awk '{print $3}' | LC_ALL=C sort -u >"$work/object"
+sed -n '/global:/,/local:/p' cmake/libtesh.map | grep -oE '^ +[A-Za-z_][A-Za-z0-9_]*;' | tr -d ' ;' | LC_ALL=C sort >"$work/map"
+LC_ALL=C sort -u "$work/map" >"$work/map_once"
+cmp -s "$work/map" "$work/map_once" || complain "named twice: $(uniq -d "$work/map" | tr '\n' ' ')"
+cat frame/tesh*.h frame/entry/*.h frame/service/*.h vector/*.h gemm/*.h trans/*.h 2>/dev/null | tr '\n' ' ' |
+    grep -oP 'TESH_API\b[^;]*' | grep -oE '[A-Za-z_][A-Za-z0-9_]*' | LC_ALL=C sort -u >"$work/headers"
+
+for name in $(LC_ALL=C comm -13 "$work/map_once" "$work/object"); do complain "exported, not in the version script: $name"; done
+for name in $(LC_ALL=C comm -23 "$work/map_once" "$work/object"); do complain "in the version script, not exported: $name"; done
+for name in $(LC_ALL=C comm -23 "$work/map_once" "$work/headers"); do complain "exported, in no header: $name"; done
+
+dynamic=$(readelf -dW "$library")
+needed=$(echo "$dynamic" | grep -oP 'NEEDED.*\[\K[^]]+' | grep -vE '^(libc\.so\.6|libm\.so\.6|ld-linux-x86-64\.so\.2)$' || true)
+[ -z "$needed" ] || complain "needs $needed"
+echo "$dynamic" | grep -qE 'SONAME.*\[libtesh\.so\.2\]' || complain "the SONAME is not libtesh.so.2"
+echo "$dynamic" | grep -q TEXTREL && complain "text relocations"
+readelf -lW "$library" | grep GNU_STACK | grep -q 'RWE' && complain "executable stack"
+# .init_array: the C start files' frame_dummy and the two constructors, 8 bytes each.
+array_bytes=$(echo "$dynamic" | awk '/INIT_ARRAYSZ/ {print $3}')
+[ "$array_bytes" -eq 24 ] || complain ".init_array holds $((array_bytes / 8)) entries, expected 3"
+# Only the handler chain is bound by dynamic symbol; everything else that is called by name is the C library's.
+for name in $(readelf -rW "$library" | awk '$3 ~ /JUMP_SLO|GLOB_DAT/ {print $5}' | sed 's/@.*//' | LC_ALL=C sort -u); do
+    if grep -qx "$name" "$work/object"; then
+        grep -qE "^ +$name;" cmake/libtesh.dynamic || complain "bound by dynamic symbol: $name"
+    fi
+done
+
+[ "$failures" -eq 0 ] && echo "check_exports: passed ($(wc -l <"$work/object") symbols)"
+exit $((failures > 0))
