@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Reports of bad arguments: the slot of the handler in force and the library's own report.
-#include "frame/tesh_serv.h"
+#include "frame/service/xerbla_slot.h"
 
 namespace
 {
@@ -25,7 +25,6 @@ constexpr int32_t destination_stdout = 0;
 constexpr int32_t name_shown = 20;  // characters of a routine's name in a report
 constexpr size_t name_bound = 4096; // longest name that is measured [bytes]
 
-tesh_serv_xerbla_fn tesh_xerbla_address = nullptr;
 int32_t tesh_xerbla_address_lock = 0;
 
 tesh_serv_xerbla_fn handler_in_force()
@@ -35,6 +34,8 @@ tesh_serv_xerbla_fn handler_in_force()
 } // namespace
 
 extern "C" {
+tesh_serv_xerbla_fn tesh_xerbla_address = nullptr;
+
 void tesh_serv_xerbla(const char *name, const int64_t *code, int32_t length)
 {
     if (name == nullptr || code == nullptr)
