@@ -88,6 +88,9 @@ TESH_API int32_t tesh_serv_core_register_sycl_destructor(tesh_serv_destructor_fn
 TESH_API void tesh_serv_call_sycl_destructors(void);
 TESH_API void tesh_serv_core_reset_sycl_destructors(void);
 
+/* Deletes a thread key of the library by its record; a cleanup callback. */
+TESH_API void tesh_tls_destroy(void *record);
+
 /* ---- Locks, clocks, caches, work division ---- */
 /* A lock is a 32-bit word, 0 free and 1 held; locks spin, are not fair and not recursive. */
 TESH_API int32_t tesh_serv_trylock(int32_t *word); /* nonzero on success */
@@ -278,6 +281,7 @@ TESH_API int64_t tesh_serv_check_fast_memory_size(void); /* [bytes], -1 without 
 TESH_API int32_t tesh_serv_disable_fast_mm(void);
 TESH_API int32_t tesh_serv_get_fast_mm_status(void); /* 1: the cached layer is off */
 TESH_API int32_t tesh_serv_libc_is_static(void);
+/* Loads the optional library of high-bandwidth memory from a directory, or for "" from where the system looks; null if it cannot. */
 TESH_API void *TESHLoadLibrary(const char *directory);
 /* Pages for generated code: readable and writable, then executable on request. */
 TESH_API void *tesh_serv_jit_alloc(size_t size);
