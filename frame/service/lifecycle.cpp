@@ -63,6 +63,12 @@ int32_t finalize_done = 0;
 int32_t finalize_lock = 0;
 pthread_t finalize_thread; // valid while finalize_running is 1
 int32_t finalize_running = 0;
+
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_core_register = &core_list.register_lock;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_core_run = &core_list.run_lock;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_thr_register = &thr_list.register_lock;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_thr_run = &thr_list.run_lock;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_finalize = &finalize_lock;
 } // namespace
 
 extern "C" {

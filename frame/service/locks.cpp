@@ -4,6 +4,7 @@
 #include <immintrin.h>
 #include <sched.h>
 
+#include "frame/service/fork_guard.h"
 #include "frame/tesh_serv.h"
 
 namespace
@@ -30,6 +31,7 @@ int32_t tesh_serv_trylock(int32_t *word)
 
 void tesh_serv_lock(int32_t *word)
 {
+    fork_guard_arm();
     if (tesh_serv_trylock(word))
         return;
     for (int tries = 0;;) {
