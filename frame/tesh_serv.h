@@ -100,6 +100,7 @@ TESH_API void tesh_serv_unlock(int32_t *word);
 TESH_API int32_t tesh_serv_cmpxchg(int32_t *word, int32_t expected, int32_t desired);
 TESH_API void tesh_serv_thread_yield(void);
 
+TESH_API extern double tesh_clocks_freq; /* [GHz] of the counter, -1 until measured */
 /* Wall time in seconds from an arbitrary origin, by the time-stamp counter. The first call measures its frequency,
  * which can take one second. */
 TESH_API double tesh_serv_dsecnd(void);
@@ -113,6 +114,7 @@ TESH_API double tesh_serv_get_cpu_frequency(void);     /* [GHz] by timing */
 /* out: number of data-cache levels, then the bytes of levels 1 to 4. Fixed sizes when a reproducibility branch is set.
  */
 TESH_API void tesh_serv_cache_info(int64_t out[5]);
+TESH_API extern int64_t tesh_cache_sizes[5]; /* the same, all 0 until read */
 /* Bytes of a level, 0 being the last; -1 outside. */
 TESH_API int64_t tesh_serv_get_cache_size(int32_t level);
 

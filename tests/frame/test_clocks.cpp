@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Clocks: the counter's frequency, seconds from it, and frequencies by name.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <clocale>
+#include <string>
+#include <thread>
+
+#include "frame/service/clocks.h"
+#include "frame/tesh_serv.h"
+#include "tests/support/child.h"
+
+namespace
+{
+TEST(clock_frequency, is_unknown_until_asked_for)
+{
+    const auto result = tesh_test::run_forked([] {
+        const bool before = tesh_clocks_freq == -1.0;
+        const double frequency = tesh_serv_get_clocks_frequency();
+        return before && frequency > 0 && tesh_clocks_freq == frequency ? 0 : 1;
+    });
+    EXPECT_EQ(result.exit_code, 0);
+}
+
+TEST(clock_frequency, is_measured_once)
+{
+    const double frequency = tesh_serv_get_clocks_frequency();
+    EXPECT_GT(frequency, 0.1);
+    EXPECT_LT(frequency, 20.0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(tesh_serv_get_clocks_frequency(), frequency);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+}
+
+TEST(seconds, advance_with_the_wall_clock)
+{
+    const auto wall = std::chrono::steady_clock::now();
+    const double start = tesh_serv_dsecnd();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    const double elapsed = tesh_serv_dsecnd() - start;
+    const double wall_elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall).count();
+    EXPECT_NEAR(elapsed, wall_elapsed, 0.02);
+}
+
+TEST(seconds, are_ticks_by_the_frequency_and_the_factor_below_1e9)
+{
+    const double scale = tesh_serv_get_clocks_frequency() * 999999999.9999999;
+    uint64_t before = 0, after = 0;
+    tesh_serv_get_cpu_clocks(&before);
+    const double seconds = tesh_serv_dsecnd();
+    tesh_serv_get_cpu_clocks(&after);
+    EXPECT_LE(static_cast<double>(before) / scale, seconds);
+    EXPECT_LE(seconds, static_cast<double>(after) / scale);
+}
+
+TEST(seconds, in_single_precision_are_the_same_clock)
+{
+    const double before = tesh_serv_dsecnd();
+    const float seconds = tesh_serv_second();
+    const double after = tesh_serv_dsecnd();
+    EXPECT_LE(static_cast<float>(before), seconds);
+    EXPECT_LE(seconds, static_cast<float>(after));
+}
+
+TEST(cpu_clocks, never_run_backwards_and_accept_null)
+{
+    tesh_serv_get_cpu_clocks(nullptr);
+    uint64_t last = 0;
+    for (int i = 0; i < 1000; ++i) {
+        uint64_t ticks = 0;
+        tesh_serv_get_cpu_clocks(&ticks);
+        ASSERT_GT(ticks, last);
+        last = ticks;
+    }
+}
+
+TEST(brand_frequency, reads_the_unit_and_the_four_characters_in_front)
+{
+    const struct {
+        const char *text;
+        double ghz;
+    } rows[] = {
+        {"PU @ 2.40GHz\0\0\0\0", 2.4}, {"CPU     3.06GHz\0", 3.06}, {"2.93GHz         ", 2.93},
+        {"Processor1800MHz", 1.8},     {"0.50THz         ", 500.0}, {"1.00THz         ", 1000.0},
+        {"1.57MHz         ", 0.001},   {"2667GHz         ", 2.667}, {"Hz 2.20GHz      ", 2.2},
+        {"64-Core Processo", 0.0},     {"    2.40 Hz     ", 0.0},   {"     800MHz     ", 0.0},
+        {"2.4GHz          ", 0.0},     {"                ", 0.0},   {"        2.40GHzz", 2.4},
+        {"         2.40GHz", 2.4},     {"          2.40GH", 0.0},   {"    a.bcGHz     ", 0.0},
+    };
+    for (const auto &row : rows)
+        EXPECT_NEAR(clocks_brand_frequency(row.text), row.ghz, 1e-9) << '"' << row.text << '"';
+}
+
+TEST(max_frequency, is_that_of_a_processor)
+{
+    const double frequency = tesh_serv_get_max_cpu_frequency();
+    EXPECT_GT(frequency, 0.1);
+    EXPECT_LT(frequency, 20.0);
+}
+
+TEST(cpu_frequency, is_near_a_processors_range)
+{
+    const double frequency = tesh_serv_get_cpu_frequency();
+    EXPECT_GT(frequency, 0.1);
+    EXPECT_LT(frequency, 20.0);
+}
+} // namespace
