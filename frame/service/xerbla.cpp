@@ -26,6 +26,7 @@ constexpr int32_t name_shown = 20;  // characters of a routine's name in a repor
 constexpr size_t name_bound = 4096; // longest name that is measured [bytes]
 
 int32_t tesh_xerbla_address_lock = 0;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_xerbla_address = &tesh_xerbla_address_lock;
 
 tesh_serv_xerbla_fn handler_in_force()
 {
