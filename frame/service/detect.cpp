@@ -130,8 +130,8 @@ int32_t vendor_answer_from_processor(void)
     if (processor_vendor_is("GenuineOrvan"))
         return 1;
     char list[trusted_vendors_bytes];
-    const bool set = tesh_serv_getenv("TESH_TRUSTED_VENDORS", list, sizeof list) > 0;
-    return trusted_vendor_listed(set ? list : trusted_vendors_default);
+    tesh_serv_getenv("TESH_TRUSTED_VENDORS", list, sizeof list); // empty where unset or too long
+    return trusted_vendor_listed(list);
 }
 
 // Double-checked detection; answers the global that *type is.

@@ -14,6 +14,8 @@ extern "C" {
 void processor_cpuid(uint32_t leaf, uint32_t subleaf, cpuid_answer *answer);
 uint64_t processor_xcr0(void); // legal only where CPUID leaf 1 ECX bit 27 is set
 int64_t processor_arch_prctl(int64_t code, uint64_t argument);
+
+// ---- general_regs/processor_questions.cpp ----
 // The same as processor_cpuid, but zeros for a leaf or sub-leaf that the processor does not list: some processors answer
 // a leaf beyond the last with the data of another.
 void processor_cpuid_listed(uint32_t leaf, uint32_t subleaf, cpuid_answer *answer);
@@ -22,7 +24,9 @@ int32_t processor_vendor_is(const char *vendor);
 
 // ---- general_regs/trusted_vendors.cpp ----
 // 1 if the list (comma-separated, blanks around items ignored) holds `any` or this processor's twelve-character vendor.
+// An empty list stands for the one that the library was built with.
 int32_t trusted_vendor_listed(const char *list);
+constexpr int32_t trusted_vendors_bytes = 1024; // room for a list [bytes]
 
 // ---- detect.cpp ----
 extern int32_t detect_vendor_answer; // the vendor test's, -1 until asked
@@ -39,19 +43,10 @@ int32_t detect_avx_vnni(void);
 // ---- cbwr.cpp ----
 int32_t check_cbwr_settings(int32_t value);
 void get_tesh_cbwr_from_env(void);
-
-// ---- machine_census.cpp ----
-extern int32_t __N_CPU_Packages, __N_Cores_per_Packages, __HT; // -1 until the census
-extern int32_t __N_Logical_Cores;                              // 1 until the census
-extern uint8_t __threads_env_NOT_readed;                       // 0 before the census, 1 after it
 }
 
 namespace
 {
-// What an unset TESH_TRUSTED_VENDORS means, and room for any value of it [bytes].
-constexpr char trusted_vendors_default[] = TESH_TRUSTED_VENDORS_DEFAULT;
-constexpr int32_t trusted_vendors_bytes = 1024;
-
 constexpr uint64_t feature_bit(int bit)
 {
     return uint64_t{1} << bit;

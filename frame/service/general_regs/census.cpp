@@ -214,7 +214,7 @@ bool is_maker(void)
         return true;
     char list[trusted_vendors_bytes];
     __libtesh_libc_getenv_from_proc("TESH_TRUSTED_VENDORS", list, sizeof list);
-    return trusted_vendor_listed(list[0] != 0 ? list : trusted_vendors_default) != 0;
+    return trusted_vendor_listed(list) != 0;
 }
 
 // The baseline bit and, if the processor lists any leaf, all the rest.

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "tests/support/vcpu/in_process.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+#include "frame/service/processor.h"
+#include "tests/support/detour.h"
+
+namespace
+{
+tesh_test::vcpu_profile current;
+
+// Counts of the questions, by leaf and sub-leaf.
+struct question {
+    std::uint32_t leaf, subleaf;
+    std::atomic<int> count;
+};
+question questions[64];
+
+void count_question(std::uint32_t leaf, std::uint32_t subleaf)
+{
+    for (question &q : questions) {
+        if (q.count.load() == 0) {
+            q.leaf = leaf;
+            q.subleaf = subleaf;
+        }
+        if (q.leaf == leaf && q.subleaf == subleaf) {
+            ++q.count;
+            return;
+        }
+    }
+}
+
+void cpuid_of_profile(uint32_t leaf, uint32_t subleaf, cpuid_answer *answer)
+{
+    count_question(leaf, subleaf);
+    std::uint32_t registers[4];
+    tesh_test::vcpu_cpuid(&current, leaf, subleaf, registers);
+    *answer = {registers[0], registers[1], registers[2], registers[3]};
+}
+
+uint64_t xcr0_of_profile()
+{
+    cpuid_answer leaf1;
+    cpuid_of_profile(1, 0, &leaf1);
+    if ((leaf1.ecx & 1u << 27) == 0) {
+        std::fprintf(stderr, "XGETBV without OSXSAVE\n"); // an undefined instruction there
+        std::abort();
+    }
+    return current.xcr0;
+}
+
+int64_t arch_prctl_of_profile(int64_t code, uint64_t argument)
+{
+    return tesh_test::vcpu_arch_prctl(&current, code, argument);
+}
+} // namespace
+
+void tesh_test::become(const vcpu_profile &profile)
+{
+    current = profile;
+    detour(processor_cpuid, cpuid_of_profile);
+    detour(processor_xcr0, xcr0_of_profile);
+    detour(processor_arch_prctl, arch_prctl_of_profile);
+}
+
+int tesh_test::asked(std::uint32_t leaf, std::uint32_t subleaf)
+{
+    int count = 0;
+    for (const question &q : questions) {
+        if (q.leaf == leaf && q.subleaf == subleaf)
+            count += q.count.load();
+    }
+    return count;
+}
