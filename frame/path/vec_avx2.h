@@ -18,6 +18,7 @@ struct vec_avx2 {
     static inline reg add(reg x, reg y) { return _mm256_add_ps(x, y); }
     static inline reg mul(reg x, reg y) { return _mm256_mul_ps(x, y); }
     static inline reg mul_add(reg x, reg y, reg z) { return _mm256_fmadd_ps(x, y, z); } // x*y + z, rounded once
+    static inline reg mul_sub(reg x, reg y, reg z) { return _mm256_fmsub_ps(x, y, z); } // x*y - z, rounded once
     // Lanes 0 .. count-1, count of 0 to 8. Disabled lanes read as zero, are not stored, and never fault.
     static inline mask first(int64_t count)
     {

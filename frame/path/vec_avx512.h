@@ -18,6 +18,7 @@ struct vec_avx512 {
     static inline reg add(reg x, reg y) { return _mm512_add_ps(x, y); }
     static inline reg mul(reg x, reg y) { return _mm512_mul_ps(x, y); }
     static inline reg mul_add(reg x, reg y, reg z) { return _mm512_fmadd_ps(x, y, z); } // x*y + z, rounded once
+    static inline reg mul_sub(reg x, reg y, reg z) { return _mm512_fmsub_ps(x, y, z); } // x*y - z, rounded once
     // Lanes 0 .. count-1, count of 0 to 16. Disabled lanes read as zero, are not stored, and never fault.
     static inline mask first(int64_t count) { return static_cast<mask>((1u << static_cast<unsigned>(count)) - 1u); }
     static inline reg load(const float *p, mask m) { return _mm512_maskz_loadu_ps(m, p); }
