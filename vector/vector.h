@@ -36,6 +36,9 @@ TESH_API tesh_blas_sswap_fn tesh_blas_xsswap;
 TESH_API tesh_blas_srot_fn tesh_blas_xsrot;
 TESH_API tesh_blas_snrm2_fn tesh_blas_xsnrm2;
 
+// The norm by a running scale, for the factorizations; 0 where n or incx is below 1, |x(0)| where n is 1.
+TESH_API tesh_blas_snrm2_fn tesh_lapack_snrm20;
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// x and y exchanged on the avx512 path.
+#include "frame/path/vec_avx512.h"
+#include "vector/body/sswap_line_body.h"
+#include "vector/vector_paths.h"
+
+extern "C" void tesh_blas_avx512_xsswap(const int64_t *n, float *x, const int64_t *incx, float *y, const int64_t *incy)
+{
+    sswap_line_body<vec_avx512, 32>(n, x, incx, y, incy);
+}

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Modified rotation on the paths with masks. param holds a flag and h11, h21, h12, h22:
+//   flag < 0   x' = fma(y, h12, h11*x), y' = fma(h22, y, h21*x)
+//   flag = 0   h11 = h22 = 1:           x' = fma(y, h12, x), y' = fma(h21, x, y)
+//   flag > 0   h12 = 1, h21 = -1:       x' = fma(h11, x, y), y' = fma(h22, y, -x)
+//   flag = -2  nothing
+#pragma once
+#include "vector/body/line_loops.h"
+
+namespace
+{
+enum class rotation { full, unit_diagonal, unit_off_diagonal };
+
+template <rotation form> struct rotate_single {
+    float h11, h21, h12, h22;
+    void one(float *x, float *y) const
+    {
+        const float w = load_one(x), z = load_one(y);
+        if constexpr (form == rotation::full) {
+            store_one(x, __builtin_fmaf(z, h12, h11 * w));
+            store_one(y, __builtin_fmaf(h22, z, h21 * w));
+        } else if constexpr (form == rotation::unit_diagonal) {
+            store_one(x, __builtin_fmaf(z, h12, w));
+            store_one(y, __builtin_fmaf(h21, w, z));
+        } else {
+            store_one(x, __builtin_fmaf(h11, w, z));
+            store_one(y, __builtin_fmaf(h22, z, -w));
+        }
+    }
+};
+
+template <class v, rotation form> struct rotate_line_op {
+    typename v::reg h11, h21, h12, h22;
+    // The new x into x, the new y into y.
+    void turn(typename v::reg &x, typename v::reg &y) const
+    {
+        const typename v::reg old = x;
+        if constexpr (form == rotation::full) {
+            x = v::mul_add(y, h12, v::mul(h11, old));
+            y = v::mul_add(h22, y, v::mul(h21, old));
+        } else if constexpr (form == rotation::unit_diagonal) {
+            x = v::mul_add(y, h12, old);
+            y = v::mul_add(h21, old, y);
+        } else {
+            x = v::mul_add(h11, old, y);
+            y = v::mul_sub(h22, y, old);
+        }
+    }
+    void whole(float *x, float *y) const
+    {
+        typename v::reg x_v = v::load(x), y_v = v::load(y);
+        turn(x_v, y_v);
+        v::store(x, x_v);
+        v::store(y, y_v);
+    }
+    void some(float *x, float *y, typename v::mask m) const
+    {
+        typename v::reg x_v = v::load(x, m), y_v = v::load(y, m);
+        turn(x_v, y_v);
+        v::store(x, x_v, m);
+        v::store(y, y_v, m);
+    }
+};
+
+template <class v, rotation form>
+inline void rotate_line(int64_t n, float *x, int64_t incx, float *y, int64_t incy, const float *h)
+{
+    if (incx != 1 || incy != 1) {
+        strided_by_bits<16>(rotate_single<form>{h[0], h[1], h[2], h[3]}, n, x, incx, y, incy);
+        return;
+    }
+    const rotate_line_op<v, form> f = {v::set1(h[0]), v::set1(h[1]), v::set1(h[2]), v::set1(h[3])};
+    if (word_aligned(y))
+        peel_line<v>(f, n, x, y);
+    line_loop<v, 64>(f, n, x, y);
+}
+
+template <class v>
+[[gnu::always_inline]] inline void srotm_line_body(const int64_t *pn, float *x, const int64_t *pincx, float *y,
+                                                   const int64_t *pincy, const float *param)
+{
+    const int64_t n = *pn;
+    if (n <= 0)
+        return;
+    const float flag = param[0];
+    if (flag + 2.0f == 0.0f)
+        return;
+    const int64_t incx = *pincx, incy = *pincy;
+    if (flag < 0.0f)
+        rotate_line<v, rotation::full>(n, x, incx, y, incy, param + 1);
+    else if (flag == 0.0f)
+        rotate_line<v, rotation::unit_diagonal>(n, x, incx, y, incy, param + 1);
+    else
+        rotate_line<v, rotation::unit_off_diagonal>(n, x, incx, y, incy, param + 1);
+}
+} // namespace
