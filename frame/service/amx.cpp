@@ -11,6 +11,7 @@ constexpr uint64_t tile_data = 18; // number of the state component
 tesh_serv_amx_record amx_record;
 int32_t amx_answer = -1;
 int32_t amx_lock = 0;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_amx = &amx_lock; // frame/service/fork_guard.h
 
 int32_t bit_of(uint32_t word, int bit)
 {

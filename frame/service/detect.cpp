@@ -46,6 +46,9 @@ constexpr int32_t rank_of_branch[branches] = {1, 0, 0, 0, 0, 3, 3, 5, 0, 7, 0, 9
 int32_t avx10_version_answer = -1, amx_fp16_answer = -1, fp16_answer = -1, bf16_answer = -1, avx_vnni_answer = -1;
 int32_t orvan_answer = -1; // of TESH_Orvan_CPU_Internal
 int32_t orvan_lock = 0;
+// frame/service/fork_guard.h
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_orvan = &orvan_lock;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_detection = &TESH_Detect_Cpu_Global_Lock;
 
 bool is_usable(int32_t type)
 {

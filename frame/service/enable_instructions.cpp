@@ -52,6 +52,7 @@ constexpr limit_row limit_rows[codes] = {
 int32_t cached_mei = code_none;
 int32_t mei_was_called = 0; // 1: a limit was asked for, or the environment read; set last, with what it guards
 int32_t limit_lock = 0;
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_limit = &limit_lock; // frame/service/fork_guard.h
 
 int32_t code_of_text(const char *text)
 {

@@ -5,12 +5,13 @@
 // use) or is a sum of counts, so a holder that vanished in the middle of it leaves nothing that a new holder would trip over.
 //
 // The handlers are registered at the first lock taken, not at load: a program that never uses a service pays nothing, and
-// before that no lock can be held. Unloading the library takes them away. A fork out of a raw allocator that the library
+// before that no lock can be held. (What no registration at first use can cover is a fork that is already on its way when
+// another thread takes the library's very first lock.) Unloading the library takes them away. A fork out of a raw allocator that the library
 // has called (i_malloc and its siblings) is not possible: the thread may hold the book.
 #pragma once
 #include <stdint.h>
 
-extern int32_t fork_guard_state; // 0 not registered, 1 being registered or done
+extern int32_t fork_guard_state; // 1 once the handlers are registered
 void fork_guard_register();
 
 // Called by every lock operation that may be a first use.

@@ -35,6 +35,8 @@ struct visit_arrays {
 };
 
 int32_t census_lock = 0;
+// frame/service/fork_guard.h
+[[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_census = &census_lock;
 int64_t teshaff_len = 0; // [bytes] of the affinity mask, as the system gave it
 
 cpu_identity identity_here(void)
