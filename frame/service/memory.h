@@ -16,6 +16,8 @@
 
 #include "frame/service/thread_key.h"
 
+// Hidden also where only declared, so that the library reaches its own data without an indirection.
+#pragma GCC visibility push(hidden)
 namespace tesh_memory
 {
 constexpr size_t line_bytes = 64;
@@ -214,3 +216,4 @@ inline size_t mm_alignment(int32_t alignment)
     return usable ? static_cast<size_t>(alignment) : 64;
 }
 } // namespace tesh_memory
+#pragma GCC visibility pop
