@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// In-place copy and transposition, def path: 16 x 16 tiles of 8 x 8 blocks, moved in 128-bit registers.
+#include "frame/path/vec_def.h"
+#include "trans/body/simatcopy_body.h"
+#include "trans/body/simatcopy_mipt_t_body.h"
+#include "trans/body/simatcopy_square_t_body.h"
+#include "trans/body/square_tile_4.h"
+#include "trans/trans_paths.h"
+
+namespace
+{
+struct simatcopy_def {
+    static constexpr auto square_n = tesh_trans_def_tesh_simatcopy_square_n;
+    static constexpr auto mipt_n = tesh_trans_def_tesh_simatcopy_mipt_n;
+    static constexpr auto mipt_t = tesh_trans_def_tesh_simatcopy_mipt_t;
+    static constexpr auto square_t = tesh_trans_def_tesh_simatcopy_square_t;
+    static constexpr auto ssqtrans = tesh_trans_def_ssqtrans;
+    static constexpr auto team = tesh_trans_def_tesh_simatcopy_square_t_team;
+};
+
+struct line_def : vec_def {
+    static inline void scale_rest(uint64_t n, const float *x, float *y, float alpha)
+    {
+        for (uint64_t j = 0; j < n; ++j)
+            y[j] = alpha * x[j];
+    }
+};
+
+using square_tile_def = square_tile_of_8<tesh_trans_def_def_strans_block_8x8, tesh_trans_def_def_sswap_blocks_8x8>;
+} // namespace
+
+extern "C" {
+void tesh_trans_def_tesh_simatcopy(char ordering, char trans, uint64_t rows, uint64_t cols, float alpha, float *ab,
+                                   uint64_t lda, uint64_t ldb)
+{
+    simatcopy_body<simatcopy_def>(ordering, trans, rows, cols, alpha, ab, lda, ldb);
+}
+
+void tesh_trans_def_tesh_simatcopy_square_n(uint64_t n, float *a, float alpha)
+{
+    simatcopy_square_n_body<line_def>(n, a, alpha);
+}
+
+void tesh_trans_def_tesh_simatcopy_mipt_n(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb,
+                                          float alpha)
+{
+    simatcopy_mipt_n_body<line_def>(n_outer, n_inner, a, lda, ldb, alpha);
+}
+
+void tesh_trans_def_tesh_simatcopy_mipt_t(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb,
+                                          float alpha)
+{
+    simatcopy_mipt_t_body<line_def>(n_outer, n_inner, a, lda, ldb, alpha);
+}
+
+void tesh_trans_def_tesh_simatcopy_square_t(uint64_t n, float *a, uint64_t lda, float alpha)
+{
+    simatcopy_square_t_body<simatcopy_def>(n, a, lda, alpha);
+}
+
+int32_t tesh_trans_def_ssqtrans(float *a, uint64_t n, uint64_t lda)
+{
+    return ssqtrans_body<tesh_trans_def_ssqtrans_fit_64>(a, n, lda);
+}
+
+void tesh_trans_def_ssqtrans_fit_64(float *a, uint64_t n, uint64_t lda)
+{
+    ssqtrans_fit_64_body<square_tile_def>(a, n, lda);
+}
+
+void tesh_trans_def_def_strans_block_8x8(float *a, uint64_t lda)
+{
+    strans_by_4<8>(a, lda);
+}
+
+void tesh_trans_def_def_sswap_blocks_8x8(float *p, float *q, uint64_t lda)
+{
+    sswap_by_4<8>(p, q, lda);
+}
+
+void tesh_trans_def_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker, uint64_t workers)
+{
+    simatcopy_square_t_team_body<square_tile_def>(n, a, lda, worker, workers);
+}
+
+void tesh_trans_def_tesh_simatcopy_square_t_64x64n(float *p, float *q, uint64_t lda, int32_t diagonal)
+{
+    simatcopy_square_t_64x64n_body<square_tile_def>(p, q, lda, diagonal);
+}
+
+void tesh_trans_def_ssqtrans_team(float *, uint64_t, uint64_t, uint64_t, uint64_t, int32_t *team_class)
+{
+    *team_class = square_team_class;
+}
+}
