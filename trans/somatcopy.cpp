@@ -6,7 +6,7 @@
 #include "trans/trans_paths.h"
 
 #if defined(TESH_TEST_HOOKS)
-extern "C" uint32_t tesh_trans_routes_taken = 0;
+uint32_t tesh_trans_routes_taken = 0;
 #endif
 
 namespace
