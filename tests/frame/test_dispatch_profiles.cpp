@@ -21,18 +21,11 @@ constexpr char warning_avx[] =
     "Orvan Tesh WARNING: Support of Orvan(R) Advanced Vector Extensions (Orvan(R) AVX) enabled only "
     "processors has been deprecated. Orvan Tesh Numeric Library will use Orvan(R) Streaming SIMD "
     "Extensions 4.2 (Orvan(R) SSE4.2) instructions instead.\n";
-constexpr char warning_ssse3[] =
-    "Orvan Tesh WARNING: Support of Orvan(R) Supplemental Streaming SIMD Extensions 3 (Orvan(R) SSSE3) enabled only "
-    "processors "
-    "has been deprecated. Orvan Tesh Numeric Library will use Orvan(R) Streaming SIMD 2 Extensions (Orvan(R) SSE2) "
-    "instructions instead.\n";
 constexpr char below_minimum[] =
     "Orvan Tesh FATAL ERROR: This system does not meet the minimum requirements for use of the Orvan(R) Tesh Numeric "
     "Library.\n"
     "The processor must support the Orvan(R) Streaming SIMD 3 Extensions (Orvan(R) SSE3) instructions.\n";
 constexpr char unsupported_17[] = "Orvan Tesh ERROR: CPU 17 is not supported.\n";
-constexpr char warning_mode[] =
-    "Orvan Tesh WARNING: incorrect conditional numerical reproducibility mode, TESH_CBWR_AUTO is set\n";
 
 // The limits, in the order of the table's columns.
 const char *const limits[] = {"",          "SSE4_2",    "AVX",       "AVX2",    "AVX512",    "AVX512_E1",

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/support/vcpu/in_process.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 
 #include "frame/service/processor.h"
 #include "tests/support/detour.h"
+#include "tests/support/vcpu/profiles.h"
 
 namespace
 {
@@ -74,4 +77,29 @@ int tesh_test::asked(std::uint32_t leaf, std::uint32_t subleaf)
             count += q.count.load();
     }
     return count;
+}
+
+tesh_test::child_result tesh_test::on_processor(const vcpu_profile &profile,
+                                                const std::map<std::string, std::string> &environment,
+                                                const std::function<void()> &body)
+{
+    constexpr int expectation_failed = 99;
+    const child_result result = run_forked(
+        [&] {
+            become(profile);
+            body();
+            return testing::Test::HasFailure() ? expectation_failed : 0;
+        },
+        environment);
+    EXPECT_NE(result.exit_code, expectation_failed) << result.out;
+    EXPECT_EQ(result.signal, 0) << result.out << result.err;
+    return result;
+}
+
+tesh_test::child_result tesh_test::on_processor(const std::string &profile_name,
+                                                const std::map<std::string, std::string> &environment,
+                                                const std::function<void()> &body)
+{
+    SCOPED_TRACE(profile_name);
+    return on_processor(profile_named(profile_name), environment, body);
 }

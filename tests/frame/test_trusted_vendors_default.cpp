@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A library built with a list of its own: what an unset TESH_TRUSTED_VENDORS means there. This program brings the one
+// file that the list is built into.
+#define TESH_TRUSTED_VENDORS_DEFAULT "AuthenticAMD, SiteMachines"
+#include "frame/service/general_regs/trusted_vendors.cpp"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/vcpu/in_process.h"
+#include "tests/support/vcpu/profiles.h"
+
+namespace
+{
+void expect_vendor(const char *vendor, const char *list, int answer)
+{
+    auto profile = tesh_test::profile_named("avx2");
+    tesh_test::set_vendor(&profile, vendor);
+    tesh_test::on_processor(profile, {{"TESH_TRUSTED_VENDORS", list}},
+                            [&] { EXPECT_EQ(TESH_Orvan_CPU_True_Internal(), answer) << vendor << " " << list; });
+}
+} // namespace
+
+TEST(trusted_vendors_default, stands_for_an_unset_variable)
+{
+    expect_vendor("GenuineOrvan", "", 1);
+    expect_vendor("AuthenticAMD", "", 1);
+    expect_vendor("SiteMachines", "", 1);
+    expect_vendor("AnotherMaker", "", 0);
+}
+
+TEST(trusted_vendors_default, gives_way_to_a_variable_that_is_set)
+{
+    expect_vendor("AuthenticAMD", "SiteMachines", 0);
+    expect_vendor("AuthenticAMD", "none", 0);
+    expect_vendor("AnotherMaker", "AnotherMaker", 1);
+    expect_vendor("AnotherMaker", "any", 1);
+}
