@@ -1,8 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Register traits of the avx512 path: 16 floats in a register, fused multiply-add, lanes enabled by a mask of 16 bits.
 #pragma once
-#include <immintrin.h>
 #include <stdint.h>
+
+// GCC 12 takes the deliberately undefined registers within its own intrinsics for a mistake.
+#pragma GCC diagnostic push
+#ifndef __clang__
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#include <immintrin.h>
+#pragma GCC diagnostic pop
 
 namespace
 {

@@ -2,21 +2,10 @@
 // y := alpha*op(A)*x + beta*y: what the paths share around their kernels: the reading of the arguments, the quick
 // returns, and y := beta*y for the paths without masked stores. Included by path files, behind the path's traits.
 #pragma once
+#include "vector/body/element.h"
 
 namespace
 {
-// Elements may lie at any byte: scalars are moved as bytes, never through an aligned access.
-inline float load_one(const float *p)
-{
-    float x;
-    __builtin_memcpy(&x, p, sizeof x);
-    return x;
-}
-inline void store_one(float *p, float x)
-{
-    __builtin_memcpy(p, &x, sizeof x);
-}
-
 // One call, read once. The vectors stand at their first logical elements, so that element i lies at i*inc.
 struct sgemv_call {
     bool transposed;    // op(A) = A^T
@@ -57,7 +46,7 @@ inline void sgemv_clear_y(const sgemv_call &call)
 {
     constexpr int64_t longest_loop = 24; // [elements]
     if (call.incy == 1 && call.y_count > longest_loop) {
-        __builtin_memset(call.y, 0, static_cast<size_t>(call.y_count) * sizeof(float));
+        __builtin_memset(call.y, 0, static_cast<uint64_t>(call.y_count) * sizeof(float));
         return;
     }
     for (int64_t i = 0; i < call.y_count; ++i)

@@ -8,6 +8,7 @@
 // peeled: rows up to a 16-byte boundary run one by one, so that no access crosses a line; the order of a dot product
 // then follows the address. fixed: no peeling, and the bits of the result do not depend on any address.
 #pragma once
+#include "vector/body/sgemv_frame.h"
 
 namespace
 {

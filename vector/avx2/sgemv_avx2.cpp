@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// SGEMV on the avx2 path: y := alpha*op(A)*x + beta*y. Two kernels with a contiguous vector on the row side, and a driver
+// that packs a strided one in chunks of 512 elements. Without memory for the chunk scalar loops do the same operations in
+// the same order: the bits of the result are the same.
+#include "frame/path/path_util.h"
+#include "frame/tesh_serv.h"
+#include "vector/body/sgemv_columns.h"
+#include "vector/body/sgemv_frame.h"
+#include "vector/body/vec_masked_avx2.h"
+#include "vector/matrix_vector_paths.h"
+
+namespace
+{
+constexpr int64_t chunk_rows = 512; // [elements]
+constexpr size_t chunk_bytes = chunk_rows * sizeof(float);
+constexpr int32_t chunk_alignment = 128; // [bytes]
+
+// Two accumulators of a column: rows 0 to 7 and 8 to 15 of every 16.
+struct column_sums {
+    __m256 low, high;
+};
+
+inline float sum_lanes(const column_sums &s)
+{
+    return masked_avx2::sum(_mm256_add_ps(s.low, s.high));
+}
+
+// registers * 8 rows of the columns, from row i on.
+template <int columns, int registers>
+inline void add_dots(const float *const *column, const float *x, int64_t i, column_sums *sums)
+{
+#pragma GCC unroll 4
+    for (int r = 0; r < registers; ++r) {
+        const __m256 xv = _mm256_loadu_ps(x + i + 8 * r);
+#pragma GCC unroll 4
+        for (int c = 0; c < columns; ++c) {
+            __m256 &sum = r % 2 == 0 ? sums[c].low : sums[c].high;
+            sum = _mm256_fmadd_ps(_mm256_loadu_ps(column[c] + i + 8 * r), xv, sum);
+        }
+    }
+}
+
+// The next columns of y += alpha*A^T*x, if so many are left: j moves behind them.
+template <int columns>
+inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,
+                          int64_t incy, float *y)
+{
+    if (n - j < columns)
+        return false;
+    const float *column[columns];
+    column_sums sums[columns];
+#pragma GCC unroll 4
+    for (int c = 0; c < columns; ++c) {
+        column[c] = a + (j + c) * lda;
+        sums[c] = {_mm256_setzero_ps(), _mm256_setzero_ps()};
+    }
+    int64_t i = 0;
+#pragma GCC unroll 1
+    for (; i + 32 <= m; i += 32)
+        add_dots<columns, 4>(column, x, i, sums);
+    if (i + 16 <= m) {
+        add_dots<columns, 2>(column, x, i, sums);
+        i += 16;
+    }
+    if (i + 8 <= m) {
+        add_dots<columns, 1>(column, x, i, sums);
+        i += 8;
+    }
+    if (i < m) {
+        const __m256i rows = vec_avx2::first(m - i);
+        const __m256 xv = vec_avx2::load(x + i, rows);
+#pragma GCC unroll 4
+        for (int c = 0; c < columns; ++c) {
+            __m256 &sum = i % 16 == 0 ? sums[c].low : sums[c].high;
+            sum = _mm256_fmadd_ps(vec_avx2::load(column[c] + i, rows), xv, sum);
+        }
+    }
+    y += j * incy;
+    for (int c = 0; c < columns; ++c, y += incy)
+        store_one(y, __builtin_fmaf(alpha, sum_lanes(sums[c]), load_one(y)));
+    j += columns;
+    return true;
+}
+
+// y += alpha*A*x for a strided y without a buffer, 8 rows a round.
+void add_product_scalar(const sgemv_call &call)
+{
+    for (int64_t j = 0; j < call.n; ++j) {
+        const float t = call.alpha * load_one(call.x + j * call.incx), *column = call.a + j * call.lda;
+        float *y = call.y;
+        int64_t i = 0;
+        for (; i + 8 <= call.m; i += 8) {
+#pragma GCC unroll 8
+            for (int r = 0; r < 8; ++r, y += call.incy)
+                store_one(y, __builtin_fmaf(load_one(column + i + r), t, load_one(y)));
+        }
+        for (; i < call.m; ++i, y += call.incy)
+            store_one(y, __builtin_fmaf(load_one(column + i), t, load_one(y)));
+    }
+}
+
+// The dot product of one column with a strided x over the rows of a chunk, in the kernel's order.
+float dot_scalar(int64_t rows, const float *column, const float *x, int64_t incx)
+{
+    alignas(32) float sum[16] = {};
+    int64_t i = 0;
+    for (; i + 8 <= rows; i += 8, x += 8 * incx) {
+        float *half = sum + i % 16;
+#pragma GCC unroll 8
+        for (int r = 0; r < 8; ++r)
+            half[r] = __builtin_fmaf(load_one(column + i + r), load_one(x + r * incx), half[r]);
+    }
+    for (; i < rows; ++i, x += incx)
+        sum[i % 16] = __builtin_fmaf(load_one(column + i), load_one(x), sum[i % 16]);
+    return sum_lanes({_mm256_load_ps(sum), _mm256_load_ps(sum + 8)});
+}
+
+// y += alpha*A^T*x for a strided x without a buffer.
+void add_product_transposed_scalar(const sgemv_call &call)
+{
+    for (int64_t i = 0; i < call.m; i += chunk_rows) {
+        const int64_t rows = min_of(call.m - i, chunk_rows);
+        for (int64_t j = 0; j < call.n; ++j) {
+            const float dot = dot_scalar(rows, call.a + i + j * call.lda, call.x + i * call.incx, call.incx);
+            float *y = call.y + j * call.incy;
+            store_one(y, __builtin_fmaf(call.alpha, dot, load_one(y)));
+        }
+    }
+}
+
+// y += alpha*A*x in chunks of a strided y. Where all elements of y are one, a chunk starts at zero and is summed into it.
+void add_product_packed(const sgemv_call &call, float *chunk)
+{
+    for (int64_t i = 0; i < call.m; i += chunk_rows) {
+        const int64_t rows = min_of(call.m - i, chunk_rows);
+        float *y = call.y + i * call.incy;
+        for (int64_t r = 0; r < rows; ++r)
+            chunk[r] = call.incy == 0 ? 0.0f : load_one(y + r * call.incy);
+        tesh_blas_avx2_xsgemv_n(&rows, &call.n, &call.alpha, call.a + i, &call.lda, call.x, &call.incx, chunk);
+        for (int64_t r = 0; r < rows; ++r)
+            store_one(y + r * call.incy, call.incy == 0 ? load_one(y) + chunk[r] : chunk[r]);
+    }
+}
+
+// y += alpha*A^T*x in chunks of a strided x.
+void add_product_transposed_packed(const sgemv_call &call, float *chunk)
+{
+    for (int64_t i = 0; i < call.m; i += chunk_rows) {
+        const int64_t rows = min_of(call.m - i, chunk_rows);
+        for (int64_t r = 0; r < rows; ++r)
+            chunk[r] = load_one(call.x + (i + r) * call.incx);
+        tesh_blas_avx2_xsgemv_t(&rows, &call.n, &call.alpha, call.a + i, &call.lda, chunk, &call.incy, call.y);
+    }
+}
+} // namespace
+
+extern "C" void tesh_blas_avx2_xsgemv_n(const int64_t *m, const int64_t *n, const float *alpha, const float *a,
+                                        const int64_t *lda, const float *x, const int64_t *incx, float *y)
+{
+    add_product<masked_avx2>(*m, *n, *alpha, a, *lda, x, *incx, y);
+}
+
+extern "C" void tesh_blas_avx2_xsgemv_t(const int64_t *m, const int64_t *n, const float *alpha, const float *a,
+                                        const int64_t *lda, const float *x, const int64_t *incy, float *y)
+{
+    int64_t j = 0;
+    while (add_next_dots<4>(j, *m, *n, *alpha, a, *lda, x, *incy, y)) {
+    }
+    add_next_dots<2>(j, *m, *n, *alpha, a, *lda, x, *incy, y);
+    add_next_dots<1>(j, *m, *n, *alpha, a, *lda, x, *incy, y);
+}
+
+extern "C" void tesh_blas_avx2_xsgemv(const char *trans, const int64_t *m, const int64_t *n, const float *alpha,
+                                      const float *a, const int64_t *lda, const float *x, const int64_t *incx,
+                                      const float *beta, float *y, const int64_t *incy, int64_t)
+{
+    sgemv_call call;
+    if (!sgemv_read(call, trans, m, n, alpha, a, lda, x, incx, beta, y, incy))
+        return;
+    sgemv_scale_y<vec_avx2>(call);
+    if (call.alpha == 0.0f)
+        return;
+    if (call.transposed && call.incx == 1) {
+        tesh_blas_avx2_xsgemv_t(&call.m, &call.n, &call.alpha, call.a, &call.lda, call.x, &call.incy, call.y);
+        return;
+    }
+    if (!call.transposed && call.incy == 1) {
+        tesh_blas_avx2_xsgemv_n(&call.m, &call.n, &call.alpha, call.a, &call.lda, call.x, &call.incx, call.y);
+        return;
+    }
+    float *chunk = static_cast<float *>(tesh_serv_allocate(chunk_bytes, chunk_alignment));
+    if (tesh_serv_check_ptr_and_warn(chunk, "SGEMV") != 0) {
+        if (call.transposed)
+            add_product_transposed_scalar(call);
+        else
+            add_product_scalar(call);
+        return;
+    }
+    if (call.transposed)
+        add_product_transposed_packed(call, chunk);
+    else
+        add_product_packed(call, chunk);
+    tesh_serv_deallocate(chunk);
+}

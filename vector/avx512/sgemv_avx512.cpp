@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// SGEMV on the avx512 path: y := alpha*op(A)*x + beta*y in one routine, without a buffer.
+//
+// A:   rounds of 4 columns over pieces of 16 rows of y, which are gathered and scattered where y is strided.
+// A^T: rounds of 4 columns, one accumulator of 16 lanes each. The product of row 0 opens the chain of row 1, and rows 1,
+//      17, 33, ... make the first chain. Two rounds run together where there are so many, as chains of one column do not
+//      hide the latency of the multiply-add.
+#include "frame/path/path_util.h"
+#include "vector/body/sgemv_columns.h"
+#include "vector/body/sgemv_frame.h"
+#include "vector/body/vec_masked_avx512.h"
+#include "vector/matrix_vector_paths.h"
+
+namespace
+{
+// y * beta^count, for beta not 0. The powers stand in 32 lanes and are folded in one at a time, so that nothing in
+// between is larger or smaller than both ends.
+inline float times_power(float y, float beta, int64_t count)
+{
+    if (y == 0.0f || !__builtin_isfinite(y)) // zero, infinity, NaN: only the sign still changes
+        count = 2 - count % 2;
+    alignas(64) float power[32];
+    const __m512 factor = _mm512_set1_ps(beta);
+    __m512 low = _mm512_set1_ps(1.0f), high = low;
+    for (; count >= 32; count -= 32) {
+        low = _mm512_mul_ps(low, factor);
+        high = _mm512_mul_ps(high, factor);
+    }
+    _mm512_store_ps(power, low);
+    _mm512_store_ps(power + 16, high);
+    for (int lane = 0; lane < 32; ++lane)
+        y *= power[lane];
+    for (; count > 0; --count)
+        y *= beta;
+    return y;
+}
+
+// y := beta*y, for beta not 1.
+inline void scale_y(const sgemv_call &call)
+{
+    if (call.incy == 0) {
+        store_one(call.y, call.beta == 0.0f ? 0.0f : times_power(load_one(call.y), call.beta, call.y_count));
+        return;
+    }
+    with_access(call.incy, [&](auto access) {
+        const __m512 beta = _mm512_set1_ps(call.beta);
+        const auto scale = [&](float *y, __mmask16 lanes) {
+            if (call.beta == 0.0f)
+                access.store(y, _mm512_setzero_ps(), lanes);
+            else
+                access.store(y, _mm512_maskz_mul_ps(lanes, access.load(y, lanes), beta), lanes);
+        };
+        int64_t i = 0;
+        for (; i + 16 <= call.y_count; i += 16)
+            scale(call.y + i * access.inc, 0xffff);
+        if (i < call.y_count)
+            scale(call.y + i * access.inc, vec_avx512::first(call.y_count - i));
+    });
+}
+
+// All elements of y are one: a piece of y starts at zero, and its lanes are summed into the one.
+struct one_element {
+    static constexpr int64_t inc = 0;
+    inline __m512 load(const float *, __mmask16) const { return _mm512_setzero_ps(); }
+    inline void store(float *p, __m512 x, __mmask16 lanes) const
+    {
+        store_one(p, load_one(p) + masked_avx512::sum(_mm512_maskz_mov_ps(lanes, x)));
+    }
+};
+
+// y += alpha*A*x for pieces * 16 rows from row i on, of which the last 16 are masked; y is read and written once.
+template <int pieces, class access_type>
+inline void add_rows(const sgemv_call &call, const access_type &access, int64_t i, __mmask16 last)
+{
+    const __mmask16 all = 0xffff;
+    __m512 sum[pieces];
+    float *y = call.y + i * access.inc;
+    const int64_t piece_span = 16 * access.inc;
+#pragma GCC unroll 8
+    for (int p = 0; p < pieces; ++p)
+        sum[p] = access.load(y + p * piece_span, p + 1 < pieces ? all : last);
+    const float *column = call.a + i, *x = call.x;
+#pragma GCC unroll 4
+    for (int64_t j = 0; j < call.n; ++j, column += call.lda, x += call.incx) {
+        const __m512 t = _mm512_set1_ps(call.alpha * load_one(x));
+#pragma GCC unroll 8
+        for (int p = 0; p < pieces; ++p)
+            sum[p] = p + 1 < pieces ? _mm512_fmadd_ps(vec_avx512::load(column + 16 * p), t, sum[p])
+                                    : masked_avx512::mul_add(vec_avx512::load(column + 16 * p, last), t, sum[p], last);
+    }
+#pragma GCC unroll 8
+    for (int p = 0; p < pieces; ++p)
+        access.store(y + p * piece_span, sum[p], p + 1 < pieces ? all : last);
+}
+
+template <class access_type> inline void add_product_strided(const sgemv_call &call, const access_type &access)
+{
+    int64_t i = 0;
+    for (; i + 128 <= call.m; i += 128)
+        add_rows<8>(call, access, i, 0xffff);
+    for (; i + 32 <= call.m; i += 32)
+        add_rows<2>(call, access, i, 0xffff);
+    for (; i < call.m; i += 16)
+        add_rows<1>(call, access, i, vec_avx512::first(min_of(16, call.m - i)));
+}
+
+// The chains of some columns of A^T*x. Lane l of the result is the chain of rows 1 + l, 17 + l, ...; row 0 is in lane 0.
+// lead: lanes in front of row 0 in the register that holds it, so that loads can stand at register boundaries. It
+// rotates the lanes while they run and is undone at the end. sets: accumulators of a column.
+template <int columns, int sets, class access_type>
+inline void column_chains(int64_t m, int64_t lead, const float *a, int64_t lda, const float *x,
+                          const access_type &access, __m512 *chain)
+{
+    const float *column[columns];
+    __m512 sum[sets][columns];
+    const __mmask16 first_lane = static_cast<__mmask16>(1u << ((lead + 1) % 16));
+    const __m512 x0 = _mm512_set1_ps(load_one(x));
+#pragma GCC unroll 8
+    for (int c = 0; c < columns; ++c) {
+        column[c] = a + c * lda;
+        sum[0][c] = _mm512_maskz_mul_ps(first_lane, _mm512_set1_ps(load_one(column[c])), x0);
+        for (int s = 1; s < sets; ++s)
+            sum[s][c] = _mm512_setzero_ps();
+    }
+    const auto add_masked = [&](int64_t i, __mmask16 rows) {
+        const __m512 xv = access.load(x + i * access.inc, rows);
+#pragma GCC unroll 8
+        for (int c = 0; c < columns; ++c)
+            sum[0][c] = _mm512_mask3_fmadd_ps(vec_avx512::load(column[c] + i, rows), xv, sum[0][c], rows);
+    };
+    int64_t i = 16 - lead;
+    if (lead < 15) {
+        const unsigned from_row_1 = 0xfffeu << lead;
+        add_masked(-lead, static_cast<__mmask16>(from_row_1 & vec_avx512::first(min_of(16, m + lead))));
+    }
+#pragma GCC unroll 1
+    for (; i + 16 * sets <= m; i += 16 * sets) {
+#pragma GCC unroll 4
+        for (int s = 0; s < sets; ++s) {
+            const __m512 xv = access.load(x + (i + 16 * s) * access.inc, 0xffff);
+#pragma GCC unroll 8
+            for (int c = 0; c < columns; ++c)
+                sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column[c] + i + 16 * s), xv, sum[s][c]);
+        }
+    }
+    for (; i < m; i += 16)
+        add_masked(i, vec_avx512::first(min_of(16, m - i)));
+    const __m512i lane = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    const __m512i unrotated = _mm512_add_epi32(lane, _mm512_set1_epi32(static_cast<int>(lead) + 1)); // modulo 16
+#pragma GCC unroll 8
+    for (int c = 0; c < columns; ++c) {
+#pragma GCC unroll 4
+        for (int s = 1; s < sets; ++s)
+            sum[0][c] = _mm512_add_ps(sum[0][c], sum[s][c]);
+        chain[c] = lead == 15 ? sum[0][c] : _mm512_permutexvar_ps(unrotated, sum[0][c]);
+    }
+}
+
+// The sums of the lanes of four registers, in the four lanes of each quarter.
+inline __m512 sum_quarters(const __m512 *chain)
+{
+    const __m512 first = _mm512_add_ps(_mm512_unpacklo_ps(chain[0], chain[1]), _mm512_unpackhi_ps(chain[0], chain[1]));
+    const __m512 second = _mm512_add_ps(_mm512_unpacklo_ps(chain[2], chain[3]), _mm512_unpackhi_ps(chain[2], chain[3]));
+    const __m512d first_pairs = _mm512_castps_pd(first), second_pairs = _mm512_castps_pd(second);
+    return _mm512_add_ps(_mm512_castpd_ps(_mm512_unpacklo_pd(first_pairs, second_pairs)),
+                         _mm512_castpd_ps(_mm512_unpackhi_pd(first_pairs, second_pairs)));
+}
+
+// Lane c: the sum of chain[c].
+template <int columns> inline __m256 sum_lanes(const __m512 *chain)
+{
+    if constexpr (columns == 8) {
+        const __m512 low = sum_quarters(chain), high = sum_quarters(chain + 4);
+        const __m512 halves =
+            _mm512_add_ps(_mm512_shuffle_f32x4(low, high, 0x88), _mm512_shuffle_f32x4(low, high, 0xdd));
+        return _mm512_castps512_ps256(
+            _mm512_add_ps(_mm512_shuffle_f32x4(halves, halves, 0x08), _mm512_shuffle_f32x4(halves, halves, 0x0d)));
+    } else {
+        __m512 four[4];
+        for (int c = 0; c < 4; ++c)
+            four[c] = c < columns ? chain[c] : _mm512_setzero_ps();
+        const __m512 quarters = sum_quarters(four);
+        const __m512 halves = _mm512_add_ps(quarters, _mm512_shuffle_f32x4(quarters, quarters, 0xb1));
+        return _mm512_castps512_ps256(_mm512_add_ps(halves, _mm512_shuffle_f32x4(halves, halves, 0x4e)));
+    }
+}
+
+// The next columns of y += alpha*A^T*x, if so many are left: j moves behind them.
+template <int columns, int sets, class access_type>
+inline bool add_next_dots(int64_t &j, int64_t lead, const sgemv_call &call, const access_type &access)
+{
+    if (call.n - j < columns)
+        return false;
+    __m512 chain[columns];
+    column_chains<columns, sets>(call.m, lead, call.a + j * call.lda, call.lda, call.x, access, chain);
+    const __m256 dots = sum_lanes<columns>(chain);
+    float *y = call.y + j * call.incy;
+    j += columns;
+    if (call.incy == 1) {
+        const __mmask8 lanes = static_cast<__mmask8>((1u << columns) - 1u);
+        const __m256 old = _mm256_maskz_loadu_ps(lanes, y);
+        _mm256_mask_storeu_ps(y, lanes, _mm256_maskz_fmadd_ps(lanes, _mm256_set1_ps(call.alpha), dots, old));
+        return true;
+    }
+    float dot[8];
+    _mm256_storeu_ps(dot, dots);
+    for (int c = 0; c < columns; ++c, y += call.incy)
+        store_one(y, __builtin_fmaf(call.alpha, dot[c], load_one(y)));
+    return true;
+}
+
+// y += alpha*A^T*x.
+template <class access_type> inline void add_product_transposed(const sgemv_call &call, const access_type &access)
+{
+    const uintptr_t address = reinterpret_cast<uintptr_t>(call.a);
+    const bool columns_share_alignment = call.lda % 16 == 0 && address % sizeof(float) == 0;
+    const int64_t lead = columns_share_alignment ? static_cast<int64_t>(address % 64 / sizeof(float)) : 15;
+    int64_t j = 0;
+    while (add_next_dots<8, 1>(j, lead, call, access)) {
+    }
+    add_next_dots<4, 1>(j, lead, call, access);
+    add_next_dots<2, 2>(j, lead, call, access);
+    add_next_dots<1, 4>(j, lead, call, access);
+}
+} // namespace
+
+extern "C" void tesh_blas_avx512_xsgemv(const char *trans, const int64_t *m, const int64_t *n, const float *alpha,
+                                        const float *a, const int64_t *lda, const float *x, const int64_t *incx,
+                                        const float *beta, float *y, const int64_t *incy, int64_t)
+{
+    sgemv_call call;
+    if (!sgemv_read(call, trans, m, n, alpha, a, lda, x, incx, beta, y, incy))
+        return;
+    if (call.beta != 1.0f)
+        scale_y(call);
+    if (call.alpha == 0.0f)
+        return;
+    if (call.transposed)
+        with_access(call.incx, [&](auto access) { add_product_transposed(call, access); });
+    else if (call.incy == 1)
+        add_product<masked_avx512>(call.m, call.n, call.alpha, call.a, call.lda, call.x, call.incx, call.y);
+    else if (call.incy == 0)
+        add_product_strided(call, one_element{});
+    else
+        with_access(call.incy, [&](auto access) { add_product_strided(call, access); });
+}

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Traits of the avx2 path for masked columns, and eight elements of a vector at any increment.
+#pragma once
+#include "frame/path/vec_avx2.h"
+#include "vector/body/element.h"
+
+namespace
+{
+struct masked_avx2 : vec_avx2 {
+    using vec_avx2::mul_add;
+    // Lanes outside the mask multiply zero by zero: no flag is raised there by an infinite factor.
+    static inline reg mul_add(reg x, reg y, reg z, mask m)
+    {
+        return _mm256_fmadd_ps(x, _mm256_and_ps(y, _mm256_castsi256_ps(m)), z);
+    }
+    static inline float sum(reg x)
+    {
+        const __m128 quarters = _mm_add_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
+        const __m128 pairs = _mm_add_ps(quarters, _mm_movehl_ps(quarters, quarters));
+        return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_movehdup_ps(pairs)));
+    }
+};
+
+struct contiguous_8 {
+    static constexpr int64_t inc = 1;
+    inline __m256 load(const float *p, __m256i lanes) const { return vec_avx2::load(p, lanes); }
+    inline void store(float *p, __m256 x, __m256i lanes) const { vec_avx2::store(p, x, lanes); }
+};
+
+struct strided_8 {
+    int64_t inc; // [elements]
+    static inline int count(__m256i lanes)
+    {
+        return __builtin_popcount(static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes))));
+    }
+    inline __m256 load(const float *p, __m256i lanes) const
+    {
+        alignas(32) float lane[8] = {};
+        for (int l = 0; l < count(lanes); ++l)
+            lane[l] = load_one(p + l * inc);
+        return _mm256_load_ps(lane);
+    }
+    inline void store(float *p, __m256 x, __m256i lanes) const
+    {
+        alignas(32) float lane[8];
+        _mm256_store_ps(lane, x);
+        for (int l = 0; l < count(lanes); ++l)
+            store_one(p + l * inc, lane[l]);
+    }
+};
+} // namespace
