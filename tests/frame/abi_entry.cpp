@@ -224,13 +224,12 @@ TEST(cblas_sgemm, both_layouts_and_all_transpositions_agree_with_the_definition)
 
 TEST(cblas_sgemm, verbose_line_names_sgemm_with_the_arguments_as_swapped)
 {
-    const auto child = run_forked(
-        [] {
-            float a[6] = {}, b[12] = {}, c[8] = {};
-            cblas_sgemm(101, 112, 111, 2, 4, 3, 1, a, 2, b, 4, 0, c, 4);
-            return 0;
-        },
-        {{"TESH_VERBOSE", "1"}});
+    const auto child = run_forked([] {
+        tesh_serv_verbose(1);
+        float a[6] = {}, b[12] = {}, c[8] = {};
+        cblas_sgemm(101, 112, 111, 2, 4, 3, 1, a, 2, b, 4, 0, c, 4);
+        return 0;
+    });
     EXPECT_NE(child.out.find("TESH_VERBOSE SGEMM(N,T,4,2,3,"), std::string::npos) << child.out;
 }
 
@@ -280,19 +279,18 @@ TEST(verbose, level_switched_on_after_the_first_call_takes_effect_at_the_next)
 
 TEST(verbose, saxpby_line_prints_the_scalars_as_addresses)
 {
-    const auto child = run_forked(
-        [] {
-            float x[2] = {1, 2}, y[2] = {1, 1};
-            const int64_t n = 2, incx = -1, incy = 1;
-            const float alpha = 2, beta = 3;
-            char expected[256];
-            std::snprintf(expected, sizeof expected, "SAXPBY(2,%p,%p,-1,%p,%p,1)", static_cast<const void *>(&alpha),
-                          static_cast<const void *>(x), static_cast<const void *>(&beta), static_cast<const void *>(y));
-            std::fputs(expected, stderr);
-            SAXPBY(&n, &alpha, x, &incx, &beta, y, &incy);
-            return 0;
-        },
-        {{"TESH_VERBOSE", "1"}});
+    const auto child = run_forked([] {
+        tesh_serv_verbose(1);
+        float x[2] = {1, 2}, y[2] = {1, 1};
+        const int64_t n = 2, incx = -1, incy = 1;
+        const float alpha = 2, beta = 3;
+        char expected[256];
+        std::snprintf(expected, sizeof expected, "SAXPBY(2,%p,%p,-1,%p,%p,1)", static_cast<const void *>(&alpha),
+                      static_cast<const void *>(x), static_cast<const void *>(&beta), static_cast<const void *>(y));
+        std::fputs(expected, stderr);
+        SAXPBY(&n, &alpha, x, &incx, &beta, y, &incy);
+        return 0;
+    });
     EXPECT_NE(child.out.find("\nTESH_VERBOSE " + child.err + " "), std::string::npos) << child.out << child.err;
 }
 
