@@ -13,6 +13,9 @@
 // Order of locks: book, then vector or statistics. Lesser locks are held for a few instructions.
 #pragma once
 #include <stddef.h>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#endif
 
 #include "frame/service/thread_key.h"
 
@@ -81,15 +84,23 @@ struct thread_info {
 extern thread_key mm_tid;    // value: the thread number
 extern thread_key mm_tepoch; // value: its epoch
 
-inline thread_info mm_thread_info()
+inline int32_t mm_thread_number()
 {
     if (__builtin_expect(!thread_key_ready(mm_tid), 0))
-        return {0, 0};
-    const auto number = reinterpret_cast<intptr_t>(thread_key_value(mm_tid));
-    if (__builtin_expect(number == 0, 0)) // only a thread with a number is sure to find the other key made
-        return {0, 0};
-    const auto epoch = reinterpret_cast<intptr_t>(thread_key_value(mm_tepoch));
-    return {static_cast<int32_t>(epoch), static_cast<int32_t>(number)};
+        return 0;
+    return static_cast<int32_t>(reinterpret_cast<intptr_t>(thread_key_value(mm_tid)));
+}
+
+// Of a thread that has a number: only then is the key sure to be made.
+inline int32_t mm_thread_epoch()
+{
+    return static_cast<int32_t>(reinterpret_cast<intptr_t>(thread_key_value(mm_tepoch)));
+}
+
+inline thread_info mm_thread_info()
+{
+    const int32_t number = mm_thread_number();
+    return {number != 0 ? mm_thread_epoch() : 0, number};
 }
 
 // ---- holding the book (memory_locks.cpp) ----
@@ -101,6 +112,27 @@ void mm_unlock_exclusive();
 // For the child of a fork whose parent side held the book exclusively.
 void mm_reset_own_words();
 void mm_lock_word_wait(int32_t *word);
+
+// True only where the C library knows that this thread is alone: it can become false only by this thread's own doing.
+inline bool mm_is_alone()
+{
+#if __has_include(<sys/single_threaded.h>)
+    return __libc_single_threaded;
+#else
+    return false;
+#endif
+}
+
+// Takes a thread's own word: plain accesses where no other thread exists, else one compare-and-swap.
+inline void mm_lock_own_word(int32_t *word)
+{
+    int32_t expected = 0;
+    if (mm_is_alone() && __atomic_load_n(word, __ATOMIC_RELAXED) == 0)
+        __atomic_store_n(word, 1, __ATOMIC_RELAXED);
+    else if (__builtin_expect(
+                 !__atomic_compare_exchange_n(word, &expected, 1, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED), 0))
+        mm_lock_word_wait(word);
+}
 
 inline bool mm_has_own_word(int32_t number)
 {
@@ -131,25 +163,26 @@ inline void mm_release_slot(bank_record **record_address)
         mm_unlock_shared(number);
 }
 
+// The calling thread's slot, registered if need be, by the general way. The book is not held.
+bank_record **mm_own_slot_general();
+
 // The calling thread's slot, registered if need be. The usual case, a registered thread with a number up to 1024 and a
-// record, is inline: two key reads, one atomic on the thread's own line.
-inline bank_record **mm_own_slot()
+// record, is inline: one key read, one atomic on the thread's own line. Epochs only count up from 0, so in epoch 0 every
+// number is of this epoch, and the thread's own epoch need not be read.
+[[gnu::always_inline]] inline bank_record **mm_own_slot()
 {
-    const thread_info self = mm_thread_info();
-    if (__builtin_expect(!mm_has_own_word(self.number), 0))
-        return mm_account_ptr_by_tid(self.number, self.epoch, account_create);
-    int32_t *const word = &mm_book.lock_words[self.number - 1].word;
-    int32_t expected = 0;
-    if (__builtin_expect(!__atomic_compare_exchange_n(word, &expected, 1, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED),
-                         0))
-        mm_lock_word_wait(word);
+    const int32_t number = mm_thread_number();
+    if (__builtin_expect(!mm_has_own_word(number), 0))
+        return mm_own_slot_general();
+    mm_lock_own_word(&mm_book.lock_words[number - 1].word);
     thread_slot *const vector = __atomic_load_n(&mm_book.vectors[0], __ATOMIC_ACQUIRE);
-    if (__builtin_expect(self.epoch == mm_book.epoch && vector != nullptr, 1)) {
-        thread_slot &slot = vector[self.number - 1];
-        if (__builtin_expect(slot.stated_number == self.number && slot.record != nullptr, 1))
+    const int32_t epoch = mm_book.epoch;
+    if (__builtin_expect(vector != nullptr && (epoch == 0 || epoch == mm_thread_epoch()), 1)) {
+        thread_slot &slot = vector[number - 1];
+        if (__builtin_expect(slot.stated_number == number && slot.record != nullptr, 1))
             return &slot.record;
     }
-    return mm_find_held(self.number, self.epoch, account_create);
+    return mm_find_held(number, mm_thread_epoch(), account_create);
 }
 
 // Frees the banks that are not in use. None stayed in use: bank_count becomes 0, and with bit 0 of mode the record is

@@ -190,6 +190,12 @@ bank_record **mm_account_ptr_by_tid(int32_t number, int32_t epoch, int32_t flags
     return mm_find_held(number, epoch, flags);
 }
 
+bank_record **mm_own_slot_general()
+{
+    const thread_info self = mm_thread_info();
+    return mm_account_ptr_by_tid(self.number, self.epoch, account_create);
+}
+
 int32_t mm_free_all_banks(bank_record **record_address, int32_t mode)
 {
     bank_record *const record = *record_address;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The cached layer: up to five blocks a thread, kept between calls.
-//   hit path   two key reads, one atomic on the thread's own cache line, a scan of at most five banks, one store to release
+//   hit path   one key read, one atomic on the thread's own cache line, a scan of at most five banks, one store to release
 #include "frame/service/memory.h"
 
 using namespace tesh_memory;
@@ -57,7 +57,7 @@ void clear_bank(bank_record &record, int32_t i)
 
 // Takes a new block for a bank that is new or has too small a one. Without memory the bank stays in use and empty, and
 // the answer is null: the caller has a slower way that needs none.
-[[gnu::noinline]] void *renew_bank(bank_record &record, int32_t i, uint64_t size, uint64_t alignment)
+void *renew_bank(bank_record &record, int32_t i, uint64_t size, uint64_t alignment)
 {
     if (i == record.bank_count) {
         ++record.bank_count;
@@ -78,6 +78,33 @@ void clear_bank(bank_record &record, int32_t i)
     mm_stat_add(static_cast<int64_t>(need), 1);
     return hand_out(record, i, size, alignment);
 }
+
+// Off the hit path: no slot or record could be had, or no block fits. slot may be null, else it is held; index is that of
+// the bank to be renewed, or -1.
+[[gnu::noinline]] void *allocate_miss(bank_record **slot, int32_t index, size_t size, int32_t alignment)
+{
+    if (slot != nullptr) {
+        void *pointer = nullptr;
+        if (index >= 0)
+            pointer = renew_bank(**slot, index, size, mm_alignment(alignment));
+        mm_release_slot(slot);
+        if (index >= 0)
+            return pointer;
+    }
+    return tesh_serv_malloc(size, alignment);
+}
+
+// The block is in none of the own banks. slot is held.
+[[gnu::noinline]] void deallocate_elsewhere(bank_record **slot, void *pointer)
+{
+    slot_place place;
+    const bool found = mm_give_back_anywhere(reinterpret_cast<uint64_t>(pointer), &place);
+    mm_release_slot(slot);
+    if (!found)
+        tesh_serv_free(pointer);
+    else if (place.dead)
+        mm_end_dead_record(place);
+}
 } // namespace
 
 extern "C" {
@@ -89,21 +116,14 @@ void *tesh_serv_allocate(size_t size, int32_t alignment)
     if (disable_fast_mm || size > largest_cached_bytes)
         return tesh_serv_malloc(size, alignment);
     bank_record **const slot = mm_own_slot();
-    if (slot == nullptr)
-        return tesh_serv_malloc(size, alignment);
-    bank_choice choice = {-1, false};
-    void *pointer = nullptr;
-    if (bank_record *const record = *slot) {
-        const uint64_t align = mm_alignment(alignment);
-        choice = choose_bank(*record, size + align);
-        if (choice.fits)
-            pointer = hand_out(*record, choice.index, size, align);
-        else if (choice.index >= 0)
-            pointer = renew_bank(*record, choice.index, size, align);
-    }
+    if (slot == nullptr || *slot == nullptr)
+        return allocate_miss(slot, -1, size, alignment);
+    const uint64_t align = mm_alignment(alignment);
+    const bank_choice choice = choose_bank(**slot, size + align);
+    if (!choice.fits)
+        return allocate_miss(slot, choice.index, size, alignment);
+    void *const pointer = hand_out(**slot, choice.index, size, align);
     mm_release_slot(slot);
-    if (choice.index < 0)
-        return tesh_serv_malloc(size, alignment);
     return pointer;
 }
 
@@ -120,21 +140,14 @@ void tesh_serv_deallocate(void *pointer)
     if (slot == nullptr)
         return;
     const uint64_t user = reinterpret_cast<uint64_t>(pointer);
-    if (bank_record *const record = *slot) {
-        for (int32_t i = 0; i < bank_max; ++i) {
-            if (record->user[i] != user)
-                continue;
-            __atomic_store_n(&record->in_use[i], uint64_t{0}, __ATOMIC_RELEASE);
-            mm_release_slot(slot);
-            return;
-        }
+    bank_record *const record = *slot;
+    for (int32_t i = 0; record != nullptr && i < bank_max; ++i) {
+        if (record->user[i] != user)
+            continue;
+        __atomic_store_n(&record->in_use[i], uint64_t{0}, __ATOMIC_RELEASE);
+        mm_release_slot(slot);
+        return;
     }
-    slot_place place;
-    const bool found = mm_give_back_anywhere(user, &place);
-    mm_release_slot(slot);
-    if (!found)
-        tesh_serv_free(pointer);
-    else if (place.dead)
-        mm_end_dead_record(place);
+    deallocate_elsewhere(slot, pointer);
 }
 }
