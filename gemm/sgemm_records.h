@@ -23,9 +23,10 @@ typedef struct gemm_buffers gemm_buffers;
 typedef char *blas_address_fn(int64_t i, int64_t j, const blas_matrix_view *view);
 // C := *beta * C.
 typedef void gemm_mscale_fn(const blas_matrix_view *c, const float *beta);
-// Packs the source, times *scale, into the destination. offset: row less column of the source's first element in its
-// whole operand; it is for copies that mirror across the diagonal, the plain ones do not read it.
-typedef void gemm_copy_fn(const blas_matrix_view *source, const blas_matrix_view *destination, const float *scale,
+// Packs the source, times *scale, into the destination and writes depth and width into its view. offset: row less column
+// of the source's first element in its whole operand; it is for copies that mirror across the diagonal, the plain ones
+// do not read it.
+typedef void gemm_copy_fn(const blas_matrix_view *source, blas_matrix_view *destination, const float *scale,
                           int64_t offset);
 // C := A*B + *beta * C on packed blocks, *beta being 0 or 1; *one is 1.
 typedef void gemm_ker0_fn(const float *one, const blas_matrix_view *a, const blas_matrix_view *b, const float *beta,

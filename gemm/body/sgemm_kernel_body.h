@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// C := C + A*B, or C := A*B, over a packed pair of blocks: row panels outside, column panels inside, one register tile
+// of accumulators per pair of panels.
+//
+// p is the path's tile (gemm/<path>/sgemm_path_<path>.h):
+//   panel_n        full width of a B panel [elements]
+//   c_groups       groups of four depth steps, from the end, that fetch the C tile
+//   a_ahead        distance at which A is fetched [elements], 0 where the processor's own stream will do
+//   b_ahead        distance at which B is fetched [elements]
+//   next_a_lines   lines of the next A panel fetched per column of a finished tile: with a full B block the panel is
+//                  covered once
+#pragma once
+#include "gemm/sgemm_paths.h"
+
+namespace
+{
+// What one depth step of a tile does: acc[j][i] += a[i] * b[j].
+template <class v, int rv, int cols>
+[[gnu::always_inline]] inline void tile_step(typename v::reg (&acc)[cols][rv], const float *a, const float *b)
+{
+    typename v::reg av[rv];
+#pragma GCC unroll 4
+    for (int i = 0; i < rv; ++i)
+        av[i] = v::load(a + i * v::width);
+#pragma GCC unroll 8
+    for (int j = 0; j < cols; ++j) {
+        const typename v::reg bj = v::broadcast(b + j);
+#pragma GCC unroll 4
+        for (int i = 0; i < rv; ++i)
+            v::accumulate(acc[j][i], av[i], bj);
+    }
+}
+
+// Fetches the C tile into the cache, for writing, a line at a time: first lines of all columns, then the next ones.
+template <int cols> struct c_fetch {
+    const char *line, *next;
+    int64_t column_bytes;
+    int left = cols;
+    c_fetch(const float *c, int64_t ldc)
+        : line(reinterpret_cast<const char *>(c)), next(line + 64), column_bytes(ldc * 4)
+    {
+    }
+    [[gnu::always_inline]] inline void step()
+    {
+        __builtin_prefetch(line, 1, 3);
+        line += column_bytes;
+        if (--left == 0) {
+            left = cols;
+            line = next;
+            next += 64;
+        }
+    }
+};
+
+// One tile: rv registers of rows, cols columns, the whole depth. With two sets of sums even and odd depth steps add up
+// apart, so that a tile of few registers does not wait for its own sums.
+template <class p, class v, int rv, int cols, bool read_c, int sets>
+[[gnu::always_inline]] inline void tile(int64_t depth, const float *a, const float *b, float *c, int64_t ldc,
+                                        const char *&next_a)
+{
+    constexpr int rows = rv * v::width;
+    typename v::reg acc[sets][cols][rv];
+#pragma GCC unroll 2
+    for (int s = 0; s < sets; ++s)
+#pragma GCC unroll 8
+        for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+            for (int i = 0; i < rv; ++i)
+                acc[s][j][i] = v::zero();
+
+    const auto group = [&]() __attribute__((always_inline))
+    {
+        _mm_prefetch(reinterpret_cast<const char *>(b + p::b_ahead), _MM_HINT_T0);
+        if constexpr (cols * 4 > 16)
+            _mm_prefetch(reinterpret_cast<const char *>(b + p::b_ahead + 16), _MM_HINT_T0);
+#pragma GCC unroll 4
+        for (int l = 0; l < 4; ++l) {
+            if constexpr (p::a_ahead > 0)
+                if (l % 2 == 0)
+                    _mm_prefetch(reinterpret_cast<const char *>(a + l * rows + p::a_ahead), _MM_HINT_T0);
+            tile_step<v, rv, cols>(acc[l % sets], a + l * rows, b + l * cols);
+        }
+        a += 4 * rows;
+        b += 4 * cols;
+    };
+
+    int64_t groups = depth >> 2;
+#pragma GCC unroll 1
+    for (; groups > p::c_groups; --groups)
+        group();
+    c_fetch<cols> fetch(c, ldc);
+#pragma GCC unroll 1
+    for (; groups > 0; --groups) {
+        fetch.step();
+        group();
+    }
+    for (int64_t l = depth & ~INT64_C(3); l < depth; ++l, a += rows, b += cols) {
+        if (sets == 1 || l % 2 == 0)
+            tile_step<v, rv, cols>(acc[0], a, b);
+        else
+            tile_step<v, rv, cols>(acc[sets - 1], a, b);
+    }
+
+#pragma GCC unroll 8
+    for (int j = 0; j < cols; ++j, c += ldc)
+#pragma GCC unroll 4
+        for (int i = 0; i < rv; ++i) {
+            if (i < p::next_a_lines) {
+                _mm_prefetch(next_a, _MM_HINT_T2);
+                next_a += 64;
+            }
+            const typename v::reg sum = sets == 1 ? acc[0][j][i] : v::add(acc[0][j][i], acc[sets - 1][j][i]);
+            v::store(c + i * v::width, read_c ? v::add(v::load(c + i * v::width), sum) : sum);
+        }
+}
+
+// One row panel against all column panels of the B block.
+template <class p, class v, int rv, bool read_c, int sets = 1>
+[[gnu::noinline]] void row_panel(int64_t n, int64_t depth, const float *a, const float *b, float *c, int64_t ldc)
+{
+    const char *next_a = reinterpret_cast<const char *>(a + depth * rv * v::width);
+    for (; n >= p::panel_n; n -= p::panel_n, b += p::panel_n * depth, c += p::panel_n * ldc)
+        tile<p, v, rv, p::panel_n, read_c, sets>(depth, a, b, c, ldc, next_a);
+    if constexpr (p::panel_n > 4)
+        if (n & 4) {
+            tile<p, v, rv, 4, read_c, sets>(depth, a, b, c, ldc, next_a);
+            b += 4 * depth;
+            c += 4 * ldc;
+        }
+    if (n & 2) {
+        tile<p, v, rv, 2, read_c, sets>(depth, a, b, c, ldc, next_a);
+        b += 2 * depth;
+        c += 2 * ldc;
+    }
+    if (n & 1)
+        tile<p, v, rv, 1, read_c, sets>(depth, a, b, c, ldc, next_a);
+}
+
+// The operands of a kernel as the row panels are peeled off.
+struct packed_pair {
+    int64_t n, depth;
+    const float *a, *b;
+    float *c;
+    int64_t ldc;
+    template <class p, class v, int rv, bool read_c, int sets = 1> [[gnu::always_inline]] inline void rows()
+    {
+        row_panel<p, v, rv, read_c, sets>(n, depth, a, b, c, ldc);
+        a += rv * v::width * depth;
+        c += rv * v::width;
+    }
+};
+
+// From views to sizes and addresses. beta is 0 or 1 here.
+[[gnu::always_inline]] inline void ker0(tesh_blas_sgemm_kernel_fn *add, tesh_blas_sgemm_kernel_fn *store,
+                                        const float *one, const blas_matrix_view *a, const blas_matrix_view *b,
+                                        const float *beta, const blas_matrix_view *c)
+{
+    (*beta == 0.0f ? store : add)(&c->rows, &c->cols, &a->rows, one, static_cast<const float *>(a->base),
+                                  static_cast<const float *>(b->base), static_cast<float *>(c->base), c->ld);
+}
+} // namespace
