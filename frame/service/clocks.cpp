@@ -14,7 +14,7 @@
 namespace
 {
 constexpr double frequency_unknown = -1.0;
-constexpr double nanoseconds_in_second = 999999999.9999999; // a hair below 1e9: no interval rounds to more than it was
+constexpr double nanoseconds_in_second = 999999999.9999999; // a hair below 1e9
 constexpr double shortest_interval = 0.0001;                // of a measurement that counts [s]
 constexpr double mhz_to_ghz = 0.001;
 
