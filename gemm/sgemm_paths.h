@@ -22,6 +22,100 @@ TESH_API tesh_blas_sgemm_fn tesh_blas_mc3_sgemm_pst;
 TESH_API tesh_blas_sgemm_fn tesh_blas_avx2_sgemm_pst;
 TESH_API tesh_blas_sgemm_fn tesh_blas_avx512_sgemm_pst;
 
+// ---- def and cnr_def ----------------------------------------------------------------------------------------------
+// Packs whole panels: A in 8 rows, times *alpha, B in 4 columns; the depth is rounded up to 4 with zeros. (brc: the last
+// panel is filled up by repeating its last row or column.)
+typedef void tesh_blas_sgemm_copya_fn(const int64_t *depth, const int64_t *rows, const float *a, const int64_t *lda,
+                                      const float *alpha, float *panel);
+typedef void tesh_blas_sgemm_copyb_fn(const int64_t *depth, const int64_t *columns, const float *b, const int64_t *ldb,
+                                      float *panel);
+// C := *beta * C + A*B over a packed pair of rows (a multiple of 8), columns and depth (multiples of 4); work holds 16
+// floats a depth step. inner and roll take beta for 1 and do not read it, z_roll for 0 without reading C.
+typedef void tesh_blas_sgemm_inner_fn(const int64_t *rows, const int64_t *columns, const int64_t *depth,
+                                      const float *a_panel, const float *b_panel, float *work, const float *beta,
+                                      float *c, const int64_t *ldc);
+typedef void tesh_blas_sgemm_zerom_fn(const int64_t *rows, const int64_t *columns, float *c, const int64_t *ldc);
+typedef void tesh_blas_sgemm_scalm_fn(const int64_t *rows, const int64_t *columns, const float *beta, float *c,
+                                      const int64_t *ldc);
+typedef void tesh_blas_sgemm_blk_info_fn(const int64_t *m, const int64_t *n, const int64_t *k, int64_t *unroll_m,
+                                         int64_t *unroll_n, int64_t *unroll_k, int64_t *block_m, int64_t *block_n,
+                                         int64_t *block_k);
+// One allocation, *base, and the panels in it; *base is null when there was none.
+typedef void tesh_blas_sgemm_getbufs_bdz_fn(const int64_t *block_m, const int64_t *block_n, const int64_t *block_k,
+                                            void **base, float **a_panel, float **b_panel);
+// A panel that is not asked for is null.
+typedef void tesh_blas_sgemm_getbufs_brc_fn(int32_t with_a, int32_t with_b, const int64_t *block_m,
+                                            const int64_t *block_n, const int64_t *block_k, void **base,
+                                            float **a_panel, float **work, float **b_panel);
+typedef void tesh_blas_sgemm_freebufs_fn(void *base);
+typedef void tesh_blas_sgemm_scopy_bdz_fn(const int64_t *depth, const int64_t *count, const float *source,
+                                          const int64_t *ld, const float *scale, float *panel);
+// C := C + A*B over a packed pair: A in panels of 16 rows, then 8, 4, 2, 1, B of 4 columns, then 2, 1.
+typedef void tesh_blas_sgemm_kernel_16x4_fn(const int64_t *m, const int64_t *n, const int64_t *k, const float *a_panel,
+                                            const float *b_panel, float *c, const int64_t *ldc);
+
+TESH_API tesh_blas_sgemm_fn tesh_blas_def_xsgemm_bdz;
+TESH_API tesh_blas_sgemm_fn tesh_blas_def_xsgemm1_brc;
+TESH_API tesh_blas_sgemm_fn tesh_blas_def_xsgemm1_0_brc;
+TESH_API tesh_blas_sgemm_zerom_fn tesh_blas_def_sgemm_zerom;
+TESH_API tesh_blas_sgemm_scalm_fn tesh_blas_def_sgemm_scalm;
+TESH_API tesh_blas_sgemm_scalm_fn tesh_blas_def_sgemm_mscale;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_def_sgemm_copyan;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_def_sgemm_copyat;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_def_sgemm_copyan_1_brc;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_def_sgemm_copyat_1_brc;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_def_sgemm_copybn;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_def_sgemm_copybt;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_def_sgemm_copybn_brc;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_def_sgemm_copybt_brc;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_def_sgemm_inner;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_def_sgemm_inner_roll;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_def_sgemm_inner_z_roll;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_def_sgemm_inner_b_roll;
+TESH_API tesh_blas_sgemm_blk_info_fn tesh_blas_def_sgemm_blk_info_bdz;
+TESH_API tesh_blas_sgemm_blk_info_fn tesh_blas_def_sgemm_blk_info_1_brc;
+TESH_API tesh_blas_sgemm_getbufs_bdz_fn tesh_blas_def_sgemm_getbufs_bdz;
+TESH_API tesh_blas_sgemm_getbufs_brc_fn tesh_blas_def_sgemm_getbufs_brc;
+TESH_API tesh_blas_sgemm_freebufs_fn tesh_blas_def_sgemm_freebufs_bdz;
+TESH_API tesh_blas_sgemm_freebufs_fn tesh_blas_def_sgemm_freebufs_brc;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_def_sgemm_scopy_right4_bdz;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_def_sgemm_scopy_right16_bdz;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_def_sgemm_scopy_down4_bdz;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_def_sgemm_scopy_down16_bdz;
+TESH_API tesh_blas_sgemm_kernel_16x4_fn tesh_blas_def_sgemm_kernel_0_bdz;
+TESH_API tesh_blas_sgemm_kernel_16x4_fn tesh_blas_def_sgemm_kernel_0_zen;
+
+TESH_API tesh_blas_sgemm_fn tesh_blas_cnr_def_xsgemm_bdz;
+TESH_API tesh_blas_sgemm_fn tesh_blas_cnr_def_xsgemm1_brc;
+TESH_API tesh_blas_sgemm_fn tesh_blas_cnr_def_xsgemm1_0_brc;
+TESH_API tesh_blas_sgemm_zerom_fn tesh_blas_cnr_def_sgemm_zerom;
+TESH_API tesh_blas_sgemm_scalm_fn tesh_blas_cnr_def_sgemm_scalm;
+TESH_API tesh_blas_sgemm_scalm_fn tesh_blas_cnr_def_sgemm_mscale;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_cnr_def_sgemm_copyan;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_cnr_def_sgemm_copyat;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_cnr_def_sgemm_copyan_1_brc;
+TESH_API tesh_blas_sgemm_copya_fn tesh_blas_cnr_def_sgemm_copyat_1_brc;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_cnr_def_sgemm_copybn;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_cnr_def_sgemm_copybt;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_cnr_def_sgemm_copybn_brc;
+TESH_API tesh_blas_sgemm_copyb_fn tesh_blas_cnr_def_sgemm_copybt_brc;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_cnr_def_sgemm_inner;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_cnr_def_sgemm_inner_roll;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_cnr_def_sgemm_inner_z_roll;
+TESH_API tesh_blas_sgemm_inner_fn tesh_blas_cnr_def_sgemm_inner_b_roll;
+TESH_API tesh_blas_sgemm_blk_info_fn tesh_blas_cnr_def_sgemm_blk_info_bdz;
+TESH_API tesh_blas_sgemm_blk_info_fn tesh_blas_cnr_def_sgemm_blk_info_1_brc;
+TESH_API tesh_blas_sgemm_getbufs_bdz_fn tesh_blas_cnr_def_sgemm_getbufs_bdz;
+TESH_API tesh_blas_sgemm_getbufs_brc_fn tesh_blas_cnr_def_sgemm_getbufs_brc;
+TESH_API tesh_blas_sgemm_freebufs_fn tesh_blas_cnr_def_sgemm_freebufs_bdz;
+TESH_API tesh_blas_sgemm_freebufs_fn tesh_blas_cnr_def_sgemm_freebufs_brc;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_cnr_def_sgemm_scopy_right4_bdz;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_cnr_def_sgemm_scopy_right16_bdz;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_cnr_def_sgemm_scopy_down4_bdz;
+TESH_API tesh_blas_sgemm_scopy_bdz_fn tesh_blas_cnr_def_sgemm_scopy_down16_bdz;
+TESH_API tesh_blas_sgemm_kernel_16x4_fn tesh_blas_cnr_def_sgemm_kernel_0_bdz;
+TESH_API tesh_blas_sgemm_kernel_16x4_fn tesh_blas_cnr_def_sgemm_kernel_0_zen;
+
 // ---- avx2 and avx512: the packed frame ----------------------------------------------------------------------------
 // Fill a record with the defaults of the path.
 TESH_API void tesh_blas_avx2_sgemm_initialize_strategy(gemm_strategy *strategy);
