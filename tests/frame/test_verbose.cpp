@@ -3,6 +3,7 @@
 // process, so that each case runs in a child.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -455,5 +456,42 @@ TEST(verbose_file, lines_of_many_threads_stay_whole)
     for (int i = 0; i < 100; ++i)
         expected += "TESH_VERBOSE RECORD" + tail;
     EXPECT_EQ(read_file(d.file("log")), expected);
+}
+// A fork copies the lock words that other threads hold at that moment.
+TEST(verbose_line, prints_in_the_child_of_a_fork_while_other_threads_print)
+{
+    const directory d;
+    const auto result = child({{"TESH_VERBOSE_OUTPUT_FILE", d.file("log")}}, [] {
+        bool stop = false;
+        std::vector<std::thread> pool;
+        for (int t = 0; t < 2; ++t)
+            pool.emplace_back([&] {
+                while (!__atomic_load_n(&stop, __ATOMIC_RELAXED))
+                    print("PARENT");
+            });
+        int finished = 0;
+        for (int i = 0; i < 100; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                alarm(20);
+                print("CHILD");
+                std::_Exit(0);
+            }
+            int status = -1;
+            waitpid(pid, &status, 0);
+            finished += status == 0;
+        }
+        __atomic_store_n(&stop, true, __ATOMIC_RELAXED);
+        for (std::thread &t : pool)
+            t.join();
+        std::printf("%d", finished);
+    });
+    EXPECT_EQ(result.out, "100");
+    const std::string text = read_file(d.file("log"));
+    const std::string line = "TESH_VERBOSE CHILD" + tail;
+    int lines = 0;
+    for (size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1))
+        ++lines;
+    EXPECT_EQ(lines, 100);
 }
 } // namespace
