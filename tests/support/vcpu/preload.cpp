@@ -7,7 +7,8 @@
 //   arch_prctl   the permission calls trap by a system-call filter
 //   FMA4         emulated where the profile has it and the processor has not
 // TESH_VCPU_MODE=steps takes the second mode where the first would do; a program can ask which mode it got by the symbol
-// tesh_vcpu_mode (1 faults, 2 steps).
+// tesh_vcpu_mode (1 faults, 2 steps). A step takes some microseconds, so a program can do without them where nothing is
+// asked: with TESH_VCPU_START=call they begin at its call of tesh_vcpu_start, and end at tesh_vcpu_stop.
 //
 // In the second mode the program's signal mask is kept clear of the signals that the emulation lives on. In the first a
 // program that blocks SIGSEGV and then executes CPUID ends. Handlers of these signals must not be replaced in either.
@@ -28,6 +29,12 @@
 
 #include "tests/support/vcpu/fma4.h"
 #include "tests/support/vcpu/profile.h"
+
+extern "C" {
+[[gnu::visibility("default")]] int tesh_vcpu_mode(void);
+[[gnu::visibility("default")]] void tesh_vcpu_start(void);
+[[gnu::visibility("default")]] void tesh_vcpu_stop(void);
+}
 
 namespace
 {
@@ -233,12 +240,27 @@ bool trap_permission_calls()
     const char *wanted = getenv("TESH_VCPU_MODE");
     const bool steps = wanted != nullptr && strcmp(wanted, "steps") == 0;
     current_mode = !steps && syscall(SYS_arch_prctl, arch_cpuid_set, 0) == 0 ? mode_faults : mode_steps;
-    if (current_mode == mode_steps)
-        __writeeflags(__readeflags() | static_cast<unsigned long long>(trap_flag));
+    const char *start = getenv("TESH_VCPU_START");
+    if (start == nullptr || strcmp(start, "call") != 0)
+        tesh_vcpu_start();
 }
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) int tesh_vcpu_mode(void)
+extern "C" {
+int tesh_vcpu_mode(void)
 {
     return current_mode;
+}
+
+void tesh_vcpu_start(void)
+{
+    if (current_mode == mode_steps)
+        __writeeflags(__readeflags() | static_cast<unsigned long long>(trap_flag));
+}
+
+void tesh_vcpu_stop(void)
+{
+    if (current_mode == mode_steps)
+        __writeeflags(__readeflags() & ~static_cast<unsigned long long>(trap_flag));
+}
 }

@@ -23,7 +23,7 @@ struct vcpu_leaf {
 
 struct vcpu_profile {
     static constexpr int leaf_bound = 40;
-    vcpu_leaf leaves[leaf_bound];
+    vcpu_leaf leaves[leaf_bound] = {};
     int leaf_count = 0;
     std::uint64_t xcr0 = 0;
     std::uint64_t permitted = 0, grantable = 0; // state components
