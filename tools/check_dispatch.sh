@@ -7,12 +7,13 @@ cd "$(dirname "$0")/.."
 library=$build/libtesh.so
 failures=0
 count=0
+symbols=$(nm -D --defined-only "$library" | awk '$2 == "T" {print $3}')
 for name in $(grep -ohE 'tesh_blas_xs[a-z0-9]+' vector/*.h gemm/*.h | sort -u); do
-    nm -D --defined-only "$library" | grep -qE " T $name\$" || continue
+    grep -qx "$name" <<<"$symbols" || continue
     count=$((count + 1))
-    body=$(objdump -d --no-show-raw-insn --disassemble="$name" "$library" | awk -F'\t' 'NF >= 2 {print $2}' | grep -vE '^(endbr64|nop)' | head -n 4 | awk '{print $1}' | tr '\n' ' ')
+    body=$(objdump -d --no-show-raw-insn --disassemble="$name" "$library" | awk -F'\t' 'NF >= 2 {print $2}' | grep -vE '^(endbr64|nop|cs nop|data16)' | head -n 6 | awk '{print $1}' | tr '\n' ' ')
     case "$body" in
-        "mov test je jmp "*) ;;
+        "mov test je jmp "* | "mov lea test cmove jmp "*) ;; # the load, the test with its branch or conditional move, the jump
         *) echo "check_dispatch: $name begins with: $body" >&2; failures=$((failures + 1)) ;;
     esac
 done

@@ -15,7 +15,7 @@ nm -D --defined-only "$library" | awk '{print $3}' | LC_ALL=C sort -u >"$work/ob
 sed -n '/global:/,/local:/p' cmake/libtesh.map | grep -oE '^ +[A-Za-z_][A-Za-z0-9_]*;' | tr -d ' ;' | LC_ALL=C sort >"$work/map"
 LC_ALL=C sort -u "$work/map" >"$work/map_once"
 cmp -s "$work/map" "$work/map_once" || complain "named twice: $(uniq -d "$work/map" | tr '\n' ' ')"
-cat frame/tesh*.h frame/entry/*.h frame/service/*.h vector/*.h gemm/*.h trans/*.h 2>/dev/null | tr '\n' ' ' |
+cat frame/tesh*.h frame/entry/*.h frame/service/*.h frame/service/*/*.h vector/*.h gemm/*.h trans/*.h 2>/dev/null | tr '\n' ' ' |
     grep -oP 'TESH_API\b[^;]*' | grep -oE '[A-Za-z_][A-Za-z0-9_]*' | LC_ALL=C sort -u >"$work/headers"
 
 for name in $(LC_ALL=C comm -13 "$work/map_once" "$work/object"); do complain "exported, not in the version script: $name"; done
@@ -25,9 +25,9 @@ for name in $(LC_ALL=C comm -23 "$work/map_once" "$work/headers"); do complain "
 dynamic=$(readelf -dW "$library")
 needed=$(echo "$dynamic" | grep -oP 'NEEDED.*\[\K[^]]+' | grep -vE '^(libc\.so\.6|libm\.so\.6|ld-linux-x86-64\.so\.2)$' || true)
 [ -z "$needed" ] || complain "needs $needed"
-echo "$dynamic" | grep -qE 'SONAME.*\[libtesh\.so\.2\]' || complain "the SONAME is not libtesh.so.2"
-echo "$dynamic" | grep -q TEXTREL && complain "text relocations"
-readelf -lW "$library" | grep GNU_STACK | grep -q 'RWE' && complain "executable stack"
+grep -qE 'SONAME.*\[libtesh\.so\.2\]' <<<"$dynamic" || complain "the SONAME is not libtesh.so.2"
+if grep -q TEXTREL <<<"$dynamic"; then complain "text relocations"; fi
+if [ -n "$(readelf -lW "$library" | awk '/GNU_STACK/ && /RWE/')" ]; then complain "executable stack"; fi
 # .init_array: the C start files' frame_dummy and the two constructors, 8 bytes each.
 array_bytes=$(echo "$dynamic" | awk '/INIT_ARRAYSZ/ {print $3}')
 [ "$array_bytes" -eq 24 ] || complain ".init_array holds $((array_bytes / 8)) entries, expected 3"
