@@ -6,6 +6,7 @@
 // GCC 12 takes the deliberately undefined registers within its own intrinsics for a mistake.
 #pragma GCC diagnostic push
 #ifndef __clang__
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 #include <immintrin.h>

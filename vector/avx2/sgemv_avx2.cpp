@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // SGEMV on the avx2 path: y := alpha*op(A)*x + beta*y. Two kernels with a contiguous vector on the row side, and a driver
-// that packs a strided one in chunks of 512 elements. Without memory for the chunk scalar loops do the same operations in
-// the same order: the bits of the result are the same.
+// that packs a strided one in chunks of 512 elements, or runs scalar loops where there is no memory for the chunk.
 #include "frame/path/path_util.h"
 #include "frame/tesh_serv.h"
 #include "vector/body/sgemv_columns.h"
@@ -15,29 +14,27 @@ constexpr int64_t chunk_rows = 512; // [elements]
 constexpr size_t chunk_bytes = chunk_rows * sizeof(float);
 constexpr int32_t chunk_alignment = 128; // [bytes]
 
-// Two accumulators of a column: rows 0 to 7 and 8 to 15 of every 16.
-struct column_sums {
-    __m256 low, high;
-};
-
-inline float sum_lanes(const column_sums &s)
+// Accumulators of a column: rows 0 to 7, 8 to 15 and so on of every 8 * sets. Four columns hide the latency of the
+// multiply-add with two, fewer columns take four.
+constexpr int sets_of(int columns)
 {
-    return masked_avx2::sum(_mm256_add_ps(s.low, s.high));
+    return columns == 4 ? 2 : 4;
+}
+constexpr int round_columns = 4;
+
+// Lane c: the sum of all lanes of four registers.
+inline __m128 sum_lanes(const __m256 *sum)
+{
+    const __m256 halves = _mm256_hadd_ps(_mm256_hadd_ps(sum[0], sum[1]), _mm256_hadd_ps(sum[2], sum[3]));
+    return _mm_add_ps(_mm256_castps256_ps128(halves), _mm256_extractf128_ps(halves, 1));
 }
 
-// registers * 8 rows of the columns, from row i on.
-template <int columns, int registers>
-inline void add_dots(const float *const *column, const float *x, int64_t i, column_sums *sums)
+template <int sets> inline __m256 sum_sets(const __m256 *set)
 {
-#pragma GCC unroll 4
-    for (int r = 0; r < registers; ++r) {
-        const __m256 xv = _mm256_loadu_ps(x + i + 8 * r);
-#pragma GCC unroll 4
-        for (int c = 0; c < columns; ++c) {
-            __m256 &sum = r % 2 == 0 ? sums[c].low : sums[c].high;
-            sum = _mm256_fmadd_ps(_mm256_loadu_ps(column[c] + i + 8 * r), xv, sum);
-        }
-    }
+    if constexpr (sets == 2)
+        return _mm256_add_ps(set[0], set[1]);
+    else
+        return _mm256_add_ps(_mm256_add_ps(set[0], set[1]), _mm256_add_ps(set[2], set[3]));
 }
 
 // The next columns of y += alpha*A^T*x, if so many are left: j moves behind them.
@@ -45,40 +42,57 @@ template <int columns>
 inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,
                           int64_t incy, float *y)
 {
+    constexpr int sets = sets_of(columns);
     if (n - j < columns)
         return false;
     const float *column[columns];
-    column_sums sums[columns];
+    __m256 set[columns][sets], sum[round_columns] = {};
 #pragma GCC unroll 4
     for (int c = 0; c < columns; ++c) {
         column[c] = a + (j + c) * lda;
-        sums[c] = {_mm256_setzero_ps(), _mm256_setzero_ps()};
+#pragma GCC unroll 4
+        for (int s = 0; s < sets; ++s)
+            set[c][s] = _mm256_setzero_ps();
     }
     int64_t i = 0;
+    // Registers of 8 rows from row i on, beginning with the first accumulators.
+    const auto add_registers = [&](int registers) {
+#pragma GCC unroll 4
+        for (int r = 0; r < registers; ++r, i += 8) {
+            const __m256 xv = _mm256_loadu_ps(x + i);
+#pragma GCC unroll 4
+            for (int c = 0; c < columns; ++c)
+                set[c][r % sets] = _mm256_fmadd_ps(_mm256_loadu_ps(column[c] + i), xv, set[c][r % sets]);
+        }
+    };
 #pragma GCC unroll 1
-    for (; i + 32 <= m; i += 32)
-        add_dots<columns, 4>(column, x, i, sums);
-    if (i + 16 <= m) {
-        add_dots<columns, 2>(column, x, i, sums);
-        i += 16;
-    }
-    if (i + 8 <= m) {
-        add_dots<columns, 1>(column, x, i, sums);
-        i += 8;
-    }
+    while (i + 32 <= m)
+        add_registers(4);
+    if (i + 16 <= m)
+        add_registers(2);
+    if (i + 8 <= m)
+        add_registers(1);
     if (i < m) {
         const __m256i rows = vec_avx2::first(m - i);
         const __m256 xv = vec_avx2::load(x + i, rows);
 #pragma GCC unroll 4
-        for (int c = 0; c < columns; ++c) {
-            __m256 &sum = i % 16 == 0 ? sums[c].low : sums[c].high;
-            sum = _mm256_fmadd_ps(vec_avx2::load(column[c] + i, rows), xv, sum);
-        }
+        for (int c = 0; c < columns; ++c)
+            set[c][sets - 1] = _mm256_fmadd_ps(vec_avx2::load(column[c] + i, rows), xv, set[c][sets - 1]);
     }
+#pragma GCC unroll 4
+    for (int c = 0; c < columns; ++c)
+        sum[c] = sum_sets<sets>(set[c]);
+    const __m128 dots = sum_lanes(sum);
     y += j * incy;
-    for (int c = 0; c < columns; ++c, y += incy)
-        store_one(y, __builtin_fmaf(alpha, sum_lanes(sums[c]), load_one(y)));
     j += columns;
+    if (columns == round_columns && incy == 1) {
+        _mm_storeu_ps(y, _mm_fmadd_ps(_mm_set1_ps(alpha), dots, _mm_loadu_ps(y)));
+        return true;
+    }
+    float dot[round_columns];
+    _mm_storeu_ps(dot, dots);
+    for (int c = 0; c < columns; ++c, y += incy)
+        store_one(y, __builtin_fmaf(alpha, dot[c], load_one(y)));
     return true;
 }
 
@@ -99,32 +113,22 @@ void add_product_scalar(const sgemv_call &call)
     }
 }
 
-// The dot product of one column with a strided x over the rows of a chunk, in the kernel's order.
-float dot_scalar(int64_t rows, const float *column, const float *x, int64_t incx)
-{
-    alignas(32) float sum[16] = {};
-    int64_t i = 0;
-    for (; i + 8 <= rows; i += 8, x += 8 * incx) {
-        float *half = sum + i % 16;
-#pragma GCC unroll 8
-        for (int r = 0; r < 8; ++r)
-            half[r] = __builtin_fmaf(load_one(column + i + r), load_one(x + r * incx), half[r]);
-    }
-    for (; i < rows; ++i, x += incx)
-        sum[i % 16] = __builtin_fmaf(load_one(column + i), load_one(x), sum[i % 16]);
-    return sum_lanes({_mm256_load_ps(sum), _mm256_load_ps(sum + 8)});
-}
-
-// y += alpha*A^T*x for a strided x without a buffer.
+// y += alpha*A^T*x for a strided x without a buffer, 8 rows a round.
 void add_product_transposed_scalar(const sgemv_call &call)
 {
-    for (int64_t i = 0; i < call.m; i += chunk_rows) {
-        const int64_t rows = min_of(call.m - i, chunk_rows);
-        for (int64_t j = 0; j < call.n; ++j) {
-            const float dot = dot_scalar(rows, call.a + i + j * call.lda, call.x + i * call.incx, call.incx);
-            float *y = call.y + j * call.incy;
-            store_one(y, __builtin_fmaf(call.alpha, dot, load_one(y)));
+    for (int64_t j = 0; j < call.n; ++j) {
+        const float *column = call.a + j * call.lda, *x = call.x;
+        alignas(32) float sum[8] = {};
+        int64_t i = 0;
+        for (; i + 8 <= call.m; i += 8) {
+#pragma GCC unroll 8
+            for (int r = 0; r < 8; ++r, x += call.incx)
+                sum[r] = __builtin_fmaf(load_one(column + i + r), load_one(x), sum[r]);
         }
+        for (int r = 0; i < call.m; ++i, ++r, x += call.incx)
+            sum[r] = __builtin_fmaf(load_one(column + i), load_one(x), sum[r]);
+        float *y = call.y + j * call.incy;
+        store_one(y, __builtin_fmaf(call.alpha, masked_avx2::sum(_mm256_load_ps(sum)), load_one(y)));
     }
 }
 

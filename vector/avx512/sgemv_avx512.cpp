@@ -61,72 +61,54 @@ inline void scale_y(const sgemv_call &call)
 // All elements of y are one: a piece of y starts at zero, and its lanes are summed into the one.
 struct one_element {
     static constexpr int64_t inc = 0;
+    inline __m512 load(const float *) const { return _mm512_setzero_ps(); }
     inline __m512 load(const float *, __mmask16) const { return _mm512_setzero_ps(); }
+    inline void store(float *p, __m512 x) const { store_one(p, load_one(p) + masked_avx512::sum(x)); }
     inline void store(float *p, __m512 x, __mmask16 lanes) const
     {
         store_one(p, load_one(p) + masked_avx512::sum(_mm512_maskz_mov_ps(lanes, x)));
     }
 };
 
-// y += alpha*A*x for pieces * 16 rows from row i on, of which the last 16 are masked; y is read and written once.
-template <int pieces, class access_type>
-inline void add_rows(const sgemv_call &call, const access_type &access, int64_t i, __mmask16 last)
-{
-    const __mmask16 all = 0xffff;
-    __m512 sum[pieces];
-    float *y = call.y + i * access.inc;
-    const int64_t piece_span = 16 * access.inc;
-#pragma GCC unroll 8
-    for (int p = 0; p < pieces; ++p)
-        sum[p] = access.load(y + p * piece_span, p + 1 < pieces ? all : last);
-    const float *column = call.a + i, *x = call.x;
-#pragma GCC unroll 4
-    for (int64_t j = 0; j < call.n; ++j, column += call.lda, x += call.incx) {
-        const __m512 t = _mm512_set1_ps(call.alpha * load_one(x));
-#pragma GCC unroll 8
-        for (int p = 0; p < pieces; ++p)
-            sum[p] = p + 1 < pieces ? _mm512_fmadd_ps(vec_avx512::load(column + 16 * p), t, sum[p])
-                                    : masked_avx512::mul_add(vec_avx512::load(column + 16 * p, last), t, sum[p], last);
-    }
-#pragma GCC unroll 8
-    for (int p = 0; p < pieces; ++p)
-        access.store(y + p * piece_span, sum[p], p + 1 < pieces ? all : last);
-}
-
+// y += alpha*A*x for a strided y, gathered and scattered once.
 template <class access_type> inline void add_product_strided(const sgemv_call &call, const access_type &access)
 {
+    constexpr int64_t panel = 128; // rows in 8 registers
     int64_t i = 0;
-    for (; i + 128 <= call.m; i += 128)
-        add_rows<8>(call, access, i, 0xffff);
-    for (; i + 32 <= call.m; i += 32)
-        add_rows<2>(call, access, i, 0xffff);
+    for (; i + panel <= call.m; i += panel)
+        add_rows<masked_avx512, 8, false>(call.n, call.alpha, call.a + i, call.lda, call.x, call.incx,
+                                          call.y + i * access.inc, access, 16);
     for (; i < call.m; i += 16)
-        add_rows<1>(call, access, i, vec_avx512::first(min_of(16, call.m - i)));
+        add_rows<masked_avx512, 1, true>(call.n, call.alpha, call.a + i, call.lda, call.x, call.incx,
+                                         call.y + i * access.inc, access, min_of(16, call.m - i));
 }
 
-// The chains of some columns of A^T*x. Lane l of the result is the chain of rows 1 + l, 17 + l, ...; row 0 is in lane 0.
-// lead: lanes in front of row 0 in the register that holds it, so that loads can stand at register boundaries. It
-// rotates the lanes while they run and is undone at the end. sets: accumulators of a column.
+// The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ..., of rows 2, 18, 34, ..., and so on. Row 0
+// opens the first of them. lead: lanes in front of row 0 in the register that holds it, 0 to 15; it turns the lanes so
+// that loads stand at register boundaries. sets: accumulators of a column.
 template <int columns, int sets, class access_type>
 inline void column_chains(int64_t m, int64_t lead, const float *a, int64_t lda, const float *x,
                           const access_type &access, __m512 *chain)
 {
     const float *column[columns];
     __m512 sum[sets][columns];
-    const __mmask16 first_lane = static_cast<__mmask16>(1u << ((lead + 1) % 16));
-    const __m512 x0 = _mm512_set1_ps(load_one(x));
+    const int64_t lane_of_row_1 = (lead + 1) % 16;
+    const __mmask16 first_lane = static_cast<__mmask16>(1u << lane_of_row_1);
+    const __m512 x0 = vec_avx512::load(x - lane_of_row_1, first_lane);
 #pragma GCC unroll 8
     for (int c = 0; c < columns; ++c) {
         column[c] = a + c * lda;
-        sum[0][c] = _mm512_maskz_mul_ps(first_lane, _mm512_set1_ps(load_one(column[c])), x0);
+        sum[0][c] = _mm512_mul_ps(vec_avx512::load(column[c] - lane_of_row_1, first_lane), x0);
         for (int s = 1; s < sets; ++s)
             sum[s][c] = _mm512_setzero_ps();
     }
     const auto add_masked = [&](int64_t i, __mmask16 rows) {
         const __m512 xv = access.load(x + i * access.inc, rows);
 #pragma GCC unroll 8
-        for (int c = 0; c < columns; ++c)
-            sum[0][c] = _mm512_mask3_fmadd_ps(vec_avx512::load(column[c] + i, rows), xv, sum[0][c], rows);
+        for (int c = 0; c < columns; ++c) {
+            masked_avx512::prefetch(column[c] + i + prefetch_columns * lda);
+            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column[c] + i, rows), xv, sum[0][c], rows);
+        }
     };
     int64_t i = 16 - lead;
     if (lead < 15) {
@@ -145,14 +127,12 @@ inline void column_chains(int64_t m, int64_t lead, const float *a, int64_t lda, 
     }
     for (; i < m; i += 16)
         add_masked(i, vec_avx512::first(min_of(16, m - i)));
-    const __m512i lane = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-    const __m512i unrotated = _mm512_add_epi32(lane, _mm512_set1_epi32(static_cast<int>(lead) + 1)); // modulo 16
 #pragma GCC unroll 8
     for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 4
         for (int s = 1; s < sets; ++s)
             sum[0][c] = _mm512_add_ps(sum[0][c], sum[s][c]);
-        chain[c] = lead == 15 ? sum[0][c] : _mm512_permutexvar_ps(unrotated, sum[0][c]);
+        chain[c] = sum[0][c];
     }
 }
 

@@ -6,7 +6,18 @@
 
 namespace
 {
+struct contiguous_8 {
+    static constexpr int64_t inc = 1;
+    inline __m256 load(const float *p) const { return vec_avx2::load(p); }
+    inline void store(float *p, __m256 x) const { vec_avx2::store(p, x); }
+    inline __m256 load(const float *p, __m256i lanes) const { return vec_avx2::load(p, lanes); }
+    inline void store(float *p, __m256 x, __m256i lanes) const { vec_avx2::store(p, x, lanes); }
+};
+
 struct masked_avx2 : vec_avx2 {
+    using contiguous = contiguous_8;
+    static constexpr int pieces_of_two_chains = 5; // of y, that leave registers for two accumulators each
+    static inline void prefetch(const float *p) { _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0); }
     using vec_avx2::mul_add;
     // Lanes outside the mask multiply zero by zero: no flag is raised there by an infinite factor.
     static inline reg mul_add(reg x, reg y, reg z, mask m)
@@ -19,12 +30,6 @@ struct masked_avx2 : vec_avx2 {
         const __m128 pairs = _mm_add_ps(quarters, _mm_movehl_ps(quarters, quarters));
         return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_movehdup_ps(pairs)));
     }
-};
-
-struct contiguous_8 {
-    static constexpr int64_t inc = 1;
-    inline __m256 load(const float *p, __m256i lanes) const { return vec_avx2::load(p, lanes); }
-    inline void store(float *p, __m256 x, __m256i lanes) const { vec_avx2::store(p, x, lanes); }
 };
 
 struct strided_8 {

@@ -6,7 +6,18 @@
 
 namespace
 {
+struct contiguous_16 {
+    static constexpr int64_t inc = 1;
+    inline __m512 load(const float *p) const { return vec_avx512::load(p); }
+    inline void store(float *p, __m512 x) const { vec_avx512::store(p, x); }
+    inline __m512 load(const float *p, __mmask16 lanes) const { return vec_avx512::load(p, lanes); }
+    inline void store(float *p, __m512 x, __mmask16 lanes) const { vec_avx512::store(p, x, lanes); }
+};
+
 struct masked_avx512 : vec_avx512 {
+    using contiguous = contiguous_16;
+    static constexpr int pieces_of_two_chains = 7; // of y, that leave registers for two accumulators each
+    static inline void prefetch(const float *p) { _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0); }
     using vec_avx512::mul_add;
     static inline reg mul_add(reg x, reg y, reg z, mask m) { return _mm512_mask3_fmadd_ps(x, y, z, m); }
     static inline float sum(reg x)
@@ -22,12 +33,6 @@ struct masked_avx512 : vec_avx512 {
 // The greatest stride of which fifteen fit in a signed 32-bit index.
 constexpr int64_t longest_stride_32 = 0x8888888; // [elements]
 
-struct contiguous_16 {
-    static constexpr int64_t inc = 1;
-    inline __m512 load(const float *p, __mmask16 lanes) const { return vec_avx512::load(p, lanes); }
-    inline void store(float *p, __m512 x, __mmask16 lanes) const { vec_avx512::store(p, x, lanes); }
-};
-
 struct stride_32 {
     int64_t inc;
     __m512i index;
@@ -36,6 +41,8 @@ struct stride_32 {
         const __m512i lane = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
         index = _mm512_mullo_epi32(lane, _mm512_set1_epi32(static_cast<int>(increment)));
     }
+    inline __m512 load(const float *p) const { return load(p, 0xffff); }
+    inline void store(float *p, __m512 x) const { store(p, x, 0xffff); }
     inline __m512 load(const float *p, __mmask16 lanes) const
     {
         return _mm512_mask_i32gather_ps(_mm512_setzero_ps(), lanes, index, p, 4);
@@ -52,6 +59,8 @@ struct stride_64 {
         low = _mm512_mullo_epi64(lane, _mm512_set1_epi64(increment));
         high = _mm512_add_epi64(low, _mm512_set1_epi64(8 * increment));
     }
+    inline __m512 load(const float *p) const { return load(p, 0xffff); }
+    inline void store(float *p, __m512 x) const { store(p, x, 0xffff); }
     inline __m512 load(const float *p, __mmask16 lanes) const
     {
         const __m256 none = _mm256_setzero_ps();
