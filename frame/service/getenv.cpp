@@ -10,7 +10,7 @@ static int32_t tesh_disable_env_variables = 0;
 
 namespace
 {
-constexpr size_t value_bound = 4096; // longest value that is measured [bytes]
+constexpr int32_t value_bound = 4096; // a value of this length or more is never read [bytes]
 
 // Names that are no settings of this library, and so stay visible.
 constexpr const char *visible_names[] = {"ORB_BLAS_COMPUTE_MODE", "HCX_LD_LIBRARY_PATH", "LD_LIBRARY_PATH", "TESHROOT",
@@ -47,9 +47,11 @@ int32_t tesh_serv_getenv(const char *name, char *buffer, int32_t size)
     if (value == nullptr)
         return 0;
     const int32_t length = static_cast<int32_t>(tesh_serv_strnlen_s(value, value_bound));
-    if (size <= length)
+    if (size <= length || length == value_bound)
         return -length;
-    tesh_serv_strncpy_s(buffer, static_cast<size_t>(size), value, static_cast<size_t>(size));
+    const size_t room =
+        static_cast<size_t>(size < value_bound ? size : value_bound); // the copy's own limit is no higher
+    tesh_serv_strncpy_s(buffer, room, value, room);
     return length;
 }
 

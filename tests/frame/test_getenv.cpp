@@ -66,6 +66,13 @@ TEST(getenv, length_is_measured_up_to_4096)
 {
     setenv("TESH_GATE", std::string(5000, 'x').c_str(), 1);
     EXPECT_EQ(read_into("TESH_GATE", 256), -4096);
+    EXPECT_EQ(read_into("TESH_GATE", 10000), -4096) << "what is not measured to its end is not read";
+    std::string text;
+    setenv("TESH_GATE", std::string(4095, 'x').c_str(), 1);
+    EXPECT_EQ(read_into("TESH_GATE", 4096, &text), 4095);
+    EXPECT_EQ(text, std::string(4095, 'x'));
+    EXPECT_EQ(read_into("TESH_GATE", 10000, &text), 4095);
+    EXPECT_EQ(text, std::string(4095, 'x'));
 }
 
 TEST(getenv, envmode_leaves_only_the_foreign_names_visible)
