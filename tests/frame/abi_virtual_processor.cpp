@@ -3,6 +3,7 @@
 // which member of every family runs. By faulting CPUID where the machine has that, otherwise by single steps.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -127,6 +128,14 @@ TEST_F(virtual_processor, an_avx10_type_has_no_kernels)
     const auto child = run_on("avx10_2", {{"TESH_ENABLE_INSTRUCTIONS", "AVX10"}});
     EXPECT_EQ(child.out, "setting 1 stored 17 fine 17 amx 1\nOrvan Tesh ERROR: CPU 17 is not supported.\n");
     EXPECT_EQ(child.exit_code, 1);
+}
+
+TEST_F(virtual_processor, tiles_work_once_they_are_asked_for)
+{
+    EXPECT_EQ(run_on("avx512_e5", {}, "tiles").out, "tiles");
+    EXPECT_EQ(run_on("avx512_e5", {}, "tiles-unasked").signal, SIGILL);
+    EXPECT_EQ(run_on("avx512_e4", {}, "tiles").exit_code, 5) << "a system without the state";
+    EXPECT_EQ(run_on("avx512_e4", {}, "tiles-unasked").signal, SIGILL);
 }
 
 TEST_F(virtual_processor, below_the_minimum_is_fatal)

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Run by abi_virtual_processor under the preload library: loads the shared library, puts a recorder in the place of every
 // path's member of every family, asks for the processor, calls every dispatcher and some public names, and prints which
-// member each call reached. With the argument "mode" it prints how it sees another processor.
-// The members themselves do not run, so the machine need not have their instructions.
+// member each call reached. The members themselves do not run, so the machine need not have their instructions.
+// With the argument "mode" it prints how it sees another processor; with "tiles" it configures matrix tiles after asking
+// for them, with "tiles-unasked" without.
 #include <dlfcn.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -88,6 +91,18 @@ void optional_call(const char *name)
         reinterpret_cast<void (*)()>(address)();
 }
 
+// A tile configuration, with or without the system's permission.
+int use_tiles(bool ask)
+{
+    constexpr long request = 0x1023, tile_data = 18;
+    if (ask && syscall(SYS_arch_prctl, request, tile_data) != 0)
+        return 5;
+    alignas(64) static const unsigned char config[64] = {1};
+    __asm__ volatile(".byte 0xc4, 0xe2, 0x78, 0x49, 0x00" ::"a"(config) : "memory"); // ldtilecfg (%rax)
+    std::printf("tiles");
+    return 0;
+}
+
 void call_public_names()
 {
     float x[16] = {1}, y[16] = {2}, z[16] = {3};
@@ -109,6 +124,10 @@ int main(int argc, char **argv)
         std::printf("%s", mode == nullptr ? "none" : mode() == 1 ? "CPUID faults" : "single steps");
         return 0;
     }
+    if (argc > 1 && std::strcmp(argv[1], "tiles") == 0)
+        return use_tiles(true);
+    if (argc > 1 && std::strcmp(argv[1], "tiles-unasked") == 0)
+        return use_tiles(false);
     library = dlopen(TESH_BUILD_DIR "/libtesh.so", RTLD_NOW);
     if (library == nullptr) {
         std::fprintf(stderr, "%s\n", dlerror());

@@ -8,6 +8,8 @@
 
 #include <cmath>
 
+#include "tests/support/vcpu/vex.h"
+
 namespace
 {
 // dest = sign_product * (a * b) + sign_addend * c, by element; the signs alternate in two of the forms.
@@ -15,86 +17,26 @@ enum form { form_addsub, form_subadd, form_add, form_sub, form_negated_add, form
 
 struct fma4_instruction {
     form what;
-    bool is_double, is_scalar, is_wide;      // wide: 256 bits
-    bool memory_is_third;                    // W 0: the second source is ModRM.rm, the third the immediate's register
-    int dest, first, immediate_register, rm; // register numbers; rm -1: memory
-    uint64_t address;
-    int length; // [bytes]
+    bool is_double, is_scalar, is_wide; // wide: 256 bits
+    int immediate_register;
 };
 
-// Numbers of the general registers as instructions number them.
-constexpr int general_registers[16] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_RBP, REG_RSI, REG_RDI,
-                                       REG_R8,  REG_R9,  REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15};
-
-uint64_t general(const ucontext_t *context, int number)
+// VEX.66.0F3A, opcodes 5C to 5F and 68 to 6F, 78 to 7F, with an immediate byte.
+bool decode(const ucontext_t *context, tesh_test::vex_instruction *vex, fma4_instruction *out)
 {
-    return static_cast<uint64_t>(context->uc_mcontext.gregs[general_registers[number]]);
-}
-
-int64_t displacement(const unsigned char *at, int bytes)
-{
-    int32_t wide = 0;
-    if (bytes == 1)
-        return static_cast<int8_t>(*at);
-    memcpy(&wide, at, 4);
-    return wide;
-}
-
-// ModRM and what follows, at m; x and b extend index and base. tail: bytes of the instruction behind the operand.
-int decode_operand(const ucontext_t *context, const unsigned char *m, int x, int b, int tail, fma4_instruction *out)
-{
-    const int mod = m[0] >> 6, low = m[0] & 7;
-    out->rm = -1;
-    if (mod == 3) {
-        out->rm = low | b << 3;
-        return 1;
-    }
-    int length = 1;
-    const int displacement_bytes = mod == 1 ? 1 : mod == 2 ? 4 : 0;
-    if (low == 4) {
-        const int sib = m[length++];
-        const int index = (sib >> 3 & 7) | x << 3, base = sib & 7;
-        out->address = index == 4 ? 0 : general(context, index) << (sib >> 6);
-        if (base == 5 && mod == 0) {
-            out->address += static_cast<uint64_t>(displacement(m + length, 4));
-            return length + 4;
-        }
-        out->address += general(context, base | b << 3);
-    } else if (low == 5 && mod == 0) {
-        const uint64_t next = reinterpret_cast<uint64_t>(m) + static_cast<uint64_t>(length + 4 + tail);
-        out->address = next + static_cast<uint64_t>(displacement(m + length, 4));
-        return length + 4;
-    } else {
-        out->address = general(context, low | b << 3);
-    }
-    if (displacement_bytes > 0)
-        out->address += static_cast<uint64_t>(displacement(m + length, displacement_bytes));
-    return length + displacement_bytes;
-}
-
-// VEX.66.0F3A, opcodes 5C to 5F and 68 to 6F, 78 to 7F.
-bool decode(const ucontext_t *context, fma4_instruction *out)
-{
-    const unsigned char *ip = reinterpret_cast<const unsigned char *>(context->uc_mcontext.gregs[REG_RIP]);
-    if (ip[0] != 0xc4 || (ip[1] & 0x1f) != 3 || (ip[2] & 3) != 1)
+    if (!vex_decode(context, 1, vex) || vex->map != 3 || vex->prefix != 1)
         return false;
-    const int opcode = ip[3];
+    const int opcode = vex->opcode;
     if (opcode >= 0x5c && opcode <= 0x5f)
         out->what = opcode < 0x5e ? form_addsub : form_subadd;
     else if ((opcode >= 0x68 && opcode <= 0x6f) || (opcode >= 0x78 && opcode <= 0x7f))
         out->what = static_cast<form>(form_add + (opcode >= 0x78 ? 2 : 0) + ((opcode & 7) >= 4 ? 1 : 0));
     else
         return false;
-    const int r = (ip[1] >> 7 & 1) ^ 1, x = (ip[1] >> 6 & 1) ^ 1, b = (ip[1] >> 5 & 1) ^ 1;
     out->is_double = (opcode & 1) != 0;
     out->is_scalar = out->what >= form_add && (opcode & 2) != 0;
-    out->is_wide = (ip[2] & 4) != 0 && !out->is_scalar;
-    out->memory_is_third = (ip[2] & 0x80) != 0;
-    out->first = (ip[2] >> 3 & 15) ^ 15;
-    out->dest = (ip[4] >> 3 & 7) | r << 3;
-    const int operand_length = decode_operand(context, ip + 4, x, b, 1, out);
-    out->immediate_register = ip[4 + operand_length] >> 4;
-    out->length = 4 + operand_length + 1;
+    out->is_wide = vex->l && !out->is_scalar;
+    out->immediate_register = *vex->behind >> 4;
     return true;
 }
 
@@ -180,19 +122,21 @@ void on_illegal(int signal_number, siginfo_t *, void *frame)
 
 bool tesh_test::emulate_fma4(ucontext_t *context)
 {
+    vex_instruction vex;
     fma4_instruction op;
-    if (!decode(context, &op))
+    if (!decode(context, &vex, &op))
         return false;
     unsigned char first[32], rm[32], immediate[32], result[32];
-    read_vector(context, op.first, first);
+    read_vector(context, vex.vvvv, first);
     read_vector(context, op.immediate_register, immediate);
-    if (op.rm >= 0) {
-        read_vector(context, op.rm, rm);
+    if (vex.rm >= 0) {
+        read_vector(context, vex.rm, rm);
     } else {
         const int bytes = op.is_scalar ? (op.is_double ? 8 : 4) : op.is_wide ? 32 : 16;
-        memcpy(rm, reinterpret_cast<const void *>(op.address), static_cast<size_t>(bytes));
+        memcpy(rm, reinterpret_cast<const void *>(vex.address), static_cast<size_t>(bytes));
     }
-    const unsigned char *second = op.memory_is_third ? immediate : rm, *third = op.memory_is_third ? rm : immediate;
+    // Without W the second source is ModRM.rm and the third the immediate's register; with W the other way round.
+    const unsigned char *second = vex.w ? immediate : rm, *third = vex.w ? rm : immediate;
     uint32_t mxcsr;
     memcpy(&mxcsr, image(context) + mxcsr_at, sizeof mxcsr);
     const unsigned here = _mm_getcsr();
@@ -204,8 +148,8 @@ bool tesh_test::emulate_fma4(ucontext_t *context)
     mxcsr |= _mm_getcsr() & 0x3f;
     _mm_setcsr(here);
     memcpy(image(context) + mxcsr_at, &mxcsr, sizeof mxcsr);
-    write_vector(context, op.dest, result);
-    context->uc_mcontext.gregs[REG_RIP] += op.length;
+    write_vector(context, vex.reg, result);
+    context->uc_mcontext.gregs[REG_RIP] += vex.length;
     return true;
 }
 

@@ -5,7 +5,7 @@
 //                runs in single steps, and each CPUID is answered instead of executed
 //   XGETBV       never faults: answered in single steps, in the first mode for a while after each CPUID of leaf 1
 //   arch_prctl   the permission calls trap by a system-call filter
-//   FMA4         emulated where the profile has it and the processor has not
+//   FMA4, AMX    emulated where the profile has it and the processor has not
 // TESH_VCPU_MODE=steps takes the second mode where the first would do; a program can ask which mode it got by the symbol
 // tesh_vcpu_mode (1 faults, 2 steps). A step takes some microseconds, so a program can do without them where nothing is
 // asked: with TESH_VCPU_START=call they begin at its call of tesh_vcpu_start, and end at tesh_vcpu_stop.
@@ -27,6 +27,7 @@
 #include <unistd.h>
 #include <x86intrin.h>
 
+#include "tests/support/vcpu/amx.h"
 #include "tests/support/vcpu/fma4.h"
 #include "tests/support/vcpu/profile.h"
 
@@ -40,7 +41,8 @@ namespace
 {
 constexpr long arch_cpuid_set = 0x1012, first_permission_code = 0x1021, last_permission_code = 0x1025;
 constexpr greg_t trap_flag = 0x100, trap_general_protection = 13;
-constexpr uint32_t leaf1_ecx_osxsave = 1u << 27, ext1_ecx_fma4 = 1u << 16;
+constexpr uint32_t leaf1_ecx_osxsave = 1u << 27, ext1_ecx_fma4 = 1u << 16, leaf7_edx_amx_tile = 1u << 24;
+constexpr int tile_data = 18;        // number of the state component
 constexpr int steps_to_xgetbv = 256; // [instructions] after a CPUID of leaf 1 within which XGETBV is looked for
 
 enum mode { mode_off, mode_faults, mode_steps };
@@ -179,10 +181,26 @@ void on_step(int, siginfo_t *, void *frame)
 
 void on_illegal(int signal, siginfo_t *, void *frame)
 {
-    uint32_t ext1[4];
+    ucontext_t *context = static_cast<ucontext_t *>(frame);
+    uint32_t ext1[4], leaf7[4];
     tesh_test::vcpu_cpuid(&profile, 0x80000001u, 0, ext1);
-    if ((ext1[2] & ext1_ecx_fma4) == 0 || !tesh_test::emulate_fma4(static_cast<ucontext_t *>(frame)))
+    tesh_test::vcpu_cpuid(&profile, 7, 0, leaf7);
+    if ((ext1[2] & ext1_ecx_fma4) != 0 && tesh_test::emulate_fma4(context))
+        return;
+    if ((leaf7[3] & leaf7_edx_amx_tile) == 0) {
         give_up(signal);
+        return;
+    }
+    switch (tesh_test::emulate_amx(context, (profile.permitted >> tile_data & 1) != 0)) {
+    case tesh_test::amx_outcome::done:
+        return;
+    case tesh_test::amx_outcome::protection:
+        give_up(SIGSEGV);
+        syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGSEGV);
+        return;
+    default:
+        give_up(signal);
+    }
 }
 
 void on_system_call(int signal, siginfo_t *, void *frame)
