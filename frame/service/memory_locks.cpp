@@ -15,8 +15,8 @@ using tesh_memory::mm_book;
 constexpr int32_t exclusive_bit = 1;
 constexpr int32_t shared_step = 2;
 
-// Waits a little longer each round: after this many rounds a preempted holder is given the processor.
-constexpr int32_t spins_without_yield = 1000;
+// [count] pauses, some microseconds, in which a running holder lets go; then a preempted one is given the processor.
+constexpr int32_t spins_without_yield = 128;
 
 void pause_or_yield(int32_t *spins)
 {
