@@ -320,10 +320,21 @@ TEST_F(book_of_threads, makes_its_keys_anew_after_they_were_destroyed)
     EXPECT_TRUE(thread_key_ready(mm_tid));
 }
 
+// The thread sanitizer's clocks are as long as there are threads, and an exclusive hold moves 1024 of them: there, most of
+// the numbers go to threads that have ended.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool under_thread_sanitizer = true;
+#else
+constexpr bool under_thread_sanitizer = false;
+#endif
+constexpr int ended_threads = under_thread_sanitizer ? 1030 : 0;
+
 // Numbers above 1024 share the global word; their slots lie in the second vector.
 TEST_F(book_of_threads, serves_1100_threads_at_once)
 {
-    constexpr int threads = 1100;
+    constexpr int threads = 1100 - ended_threads;
+    for (int t = 0; t < ended_threads; ++t)
+        on_new_thread([] { tesh_serv_deallocate(tesh_serv_allocate(100, 64)); });
     const totals before = held();
     std::mutex mutex;
     std::condition_variable changed;
@@ -352,9 +363,9 @@ TEST_F(book_of_threads, serves_1100_threads_at_once)
     {
         std::unique_lock<std::mutex> hold(mutex);
         changed.wait(hold, [&] { return registered == threads; });
-        EXPECT_EQ(mm_book.number_count, threads);
+        EXPECT_EQ(mm_book.number_count, 1100);
     }
-    EXPECT_NE(slot_of(threads), nullptr);
+    EXPECT_NE(slot_of(1100), nullptr);
     for (std::thread &t : pool)
         t.join();
     EXPECT_EQ(wrong, 0);
@@ -444,7 +455,8 @@ void one_round(tesh_test::random &random, mailbox &mail, std::atomic<int> *wrong
 
 TEST_F(book_of_threads, stands_64_threads_that_allocate_give_back_end_and_free_all)
 {
-    const auto length = tesh_test::in_medium_set() ? std::chrono::seconds(10) : std::chrono::seconds(1);
+    const bool at_length = under_thread_sanitizer || tesh_test::in_medium_set();
+    const auto length = at_length ? std::chrono::seconds(10) : std::chrono::seconds(1);
     const auto end = std::chrono::steady_clock::now() + length;
     std::atomic<int> wrong{0};
     std::atomic<int64_t> rounds{0};
