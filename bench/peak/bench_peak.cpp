@@ -23,7 +23,8 @@ int main(int argc, char **argv)
             for (auto [kind, name] :
                  {std::pair(tesh_bench::traffic::load, "load"), std::pair(tesh_bench::traffic::store, "store"),
                   std::pair(tesh_bench::traffic::copy, "copy"), std::pair(tesh_bench::traffic::scale, "scale"),
-                  std::pair(tesh_bench::traffic::update, "update")})
+                  std::pair(tesh_bench::traffic::update, "update"),
+                  std::pair(tesh_bench::traffic::exchange, "exchange")})
                 out.count(lanes)
                     .text(name)
                     .count(static_cast<std::int64_t>(footprint))

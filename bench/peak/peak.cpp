@@ -47,13 +47,13 @@ std::size_t cache_bytes(int name, std::size_t otherwise)
 
 int tesh_bench::traffic_bytes(traffic kind)
 {
-    constexpr int bytes[] = {4, 4, 8, 8, 12};
+    constexpr int bytes[] = {4, 4, 8, 8, 12, 16};
     return bytes[static_cast<int>(kind)];
 }
 
 int tesh_bench::traffic_arrays(traffic kind)
 {
-    return kind == traffic::copy || kind == traffic::update ? 2 : 1;
+    return kind == traffic::copy || kind == traffic::update || kind == traffic::exchange ? 2 : 1;
 }
 
 double tesh_bench::multiply_add_peak(int lanes)

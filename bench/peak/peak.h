@@ -8,11 +8,12 @@ namespace tesh_bench
 {
 // What a loop moves, and the bytes that count for it per element of a vector.
 enum class traffic {
-    load,   // x read                     4
-    store,  // y written                  4
-    copy,   // y := x                     8
-    scale,  // x := a*x in place          8
-    update, // y := a*x + y              12
+    load,     // x read                     4
+    store,    // y written                  4
+    copy,     // y := x                     8
+    scale,    // x := a*x in place          8
+    update,   // y := a*x + y              12
+    exchange, // x and y swapped         16
 };
 
 // Bytes per element, as above.

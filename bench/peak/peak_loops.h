@@ -6,10 +6,10 @@
 namespace tesh_bench
 {
 typedef float multiply_add_loop(int64_t rounds, float start);
-typedef void traffic_loop(int64_t repetitions, int64_t n, const float *x, float *y, float a);
+typedef void traffic_loop(int64_t repetitions, int64_t n, float *x, float *y, float a);
 struct peak_loops {
     multiply_add_loop *multiply_add;
-    traffic_loop *traffic[5]; // by the value of enum traffic
+    traffic_loop *traffic[6]; // by the value of enum traffic
 };
 extern const peak_loops peak_loops_def, peak_loops_avx2, peak_loops_avx512;
 constexpr int64_t multiply_adds_per_round = 12; // [count] of whole registers

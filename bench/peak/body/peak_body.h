@@ -30,7 +30,7 @@ template <class v> float multiply_add_body(int64_t rounds, float start)
 }
 
 // kind as tesh_bench::traffic; n a multiple of 8 registers; both arrays aligned to 64 bytes.
-template <class v, int kind> void traffic_body(int64_t repetitions, int64_t n, const float *x, float *y, float a)
+template <class v, int kind> void traffic_body(int64_t repetitions, int64_t n, float *x, float *y, float a)
 {
     const typename v::reg av = v::set1(a);
     for (int64_t r = 0; r < repetitions; ++r) {
@@ -48,8 +48,12 @@ template <class v, int kind> void traffic_body(int64_t repetitions, int64_t n, c
                     v::store(y + at, v::load(x + at));
                 } else if constexpr (kind == 3) {
                     v::store(y + at, v::mul(av, v::load(y + at)));
-                } else {
+                } else if constexpr (kind == 4) {
                     v::store(y + at, v::mul_add(av, v::load(x + at), v::load(y + at)));
+                } else {
+                    const typename v::reg x_v = v::load(x + at), y_v = v::load(y + at);
+                    v::store(x + at, y_v);
+                    v::store(y + at, x_v);
                 }
             }
         }
