@@ -21,6 +21,10 @@ inline bool word_aligned(const void *p)
 {
     return (reinterpret_cast<uintptr_t>(p) & 3) == 0;
 }
+template <int boundary> inline bool on_boundary(const void *p)
+{
+    return (reinterpret_cast<uintptr_t>(p) & (boundary - 1)) == 0;
+}
 // Elements from p to the next multiple of boundary bytes, at most n; p is word aligned.
 template <int boundary> inline int64_t elements_to(const float *p, int64_t n)
 {

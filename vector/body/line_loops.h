@@ -1,21 +1,37 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Unit-stride loops of the paths with masks. Their operations have
-//   whole(x, y)        a whole register of elements at x and y
-//   some(x, y, mask)   the elements of the mask
-// Loads and stores are unaligned in form. The written vector y is brought to a register boundary first, because a store
+// Unit-stride loops of the paths with masks. Their operations have a member at(access, x, y) that loads a register of
+// elements at x and y, and stores the results, through one of the accesses below. Loads and stores are unaligned in form. The written vector y is brought to a register boundary first, because a store
 // that crosses a line costs more than a load that does.
 #pragma once
 #include "vector/body/element.h"
 
 namespace
 {
+// A whole register.
+template <class v> struct whole_access {
+    typename v::reg load(const float *p) const { return v::load(p); }
+    void store(float *p, typename v::reg x) const { v::store(p, x); }
+};
+// The lanes of a mask.
+template <class v> struct masked_access {
+    typename v::mask lanes;
+    typename v::reg load(const float *p) const { return v::load(p, lanes); }
+    void store(float *p, typename v::reg x) const { v::store(p, x, lanes); }
+};
+// The lower half of a register of 16. A load that follows a store under a mask waits until the store is through; behind
+// this one it does not, and a rest of just 8 is frequent.
+template <class v> struct half_access {
+    typename v::reg load(const float *p) const { return v::load_half(p); }
+    void store(float *p, typename v::reg x) const { v::store_half(p, x); }
+};
+
 // Up to y's next register boundary, with one masked operation.
 template <class v, class op, class element> inline void peel_line(const op &f, int64_t &n, element *&x, float *&y)
 {
-    const int64_t k = elements_to<4 * v::width>(y, n);
-    if (k == 0)
+    if (on_boundary<4 * v::width>(y))
         return;
-    f.some(x, y, v::first(k));
+    const int64_t k = elements_to<4 * v::width>(y, n);
+    f.at(masked_access<v>{v::first(k)}, x, y);
     x += k;
     y += k;
     n -= k;
@@ -25,7 +41,7 @@ template <class v, int count, class op, class element> inline void whole_element
 {
 #pragma GCC unroll 16
     for (int u = 0; u < count; u += v::width)
-        f.whole(x + u, y + u);
+        f.at(whole_access<v>(), x + u, y + u);
     x += count;
     y += count;
 }
@@ -40,8 +56,14 @@ inline void rest_of_line(const op &f, int64_t n, element *x, float *y)
         rest_of_line<v, count / 2>(f, n, x, y);
     } else {
         n &= v::width - 1;
-        if (n != 0)
-            f.some(x, y, v::first(n));
+        if (n == 0)
+            return;
+        if constexpr (v::width == 16)
+            if (n == 8) {
+                f.at(half_access<v>(), x, y);
+                return;
+            }
+        f.at(masked_access<v>{v::first(n)}, x, y);
     }
 }
 

@@ -60,9 +60,4 @@ template <class op> inline void peel_quad(const op &f, int64_t &n, const float *
         n -= k;
     }
 }
-
-inline bool quad_aligned(const void *p)
-{
-    return (reinterpret_cast<uintptr_t>(p) & 15) == 0;
-}
 } // namespace

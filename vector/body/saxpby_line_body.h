@@ -14,10 +14,9 @@ struct axpby_single {
 
 template <class v> struct axpby_line_op {
     typename v::reg alpha, beta;
-    void whole(const float *x, float *y) const { v::store(y, v::mul_add(alpha, v::load(x), v::mul(beta, v::load(y)))); }
-    void some(const float *x, float *y, typename v::mask m) const
+    template <class access> void at(const access &a, const float *x, float *y) const
     {
-        v::store(y, v::mul_add(alpha, v::load(x, m), v::mul(beta, v::load(y, m))), m);
+        a.store(y, v::mul_add(alpha, a.load(x), v::mul(beta, a.load(y))));
     }
 };
 

@@ -13,7 +13,7 @@ inline void saxpy_def_unit(const axpy_sse_op &f, int64_t n, const float *x, floa
 {
     if (n >= saxpy_def_round && word_aligned(y)) {
         peel_quad(f, n, x, y);
-        if (quad_aligned(x))
+        if (on_boundary<16>(x))
             quad_rounds<saxpy_def_round, true, true>(f, n, x, y);
         else
             quad_rounds<saxpy_def_round, false, true>(f, n, x, y);

@@ -12,10 +12,9 @@ struct axpy_single {
 
 template <class v> struct axpy_line_op {
     typename v::reg alpha;
-    void whole(const float *x, float *y) const { v::store(y, v::mul_add(alpha, v::load(x), v::load(y))); }
-    void some(const float *x, float *y, typename v::mask m) const
+    template <class access> void at(const access &a, const float *x, float *y) const
     {
-        v::store(y, v::mul_add(alpha, v::load(x, m), v::load(y, m)), m);
+        a.store(y, v::mul_add(alpha, a.load(x), a.load(y)));
     }
 };
 

@@ -12,7 +12,9 @@ struct scale_single {
 
 template <class v> struct scale_line_op {
     typename v::reg alpha;
-    void whole(const float *x, float *y) const { v::store(y, v::mul(alpha, v::load(x))); }
-    void some(const float *x, float *y, typename v::mask m) const { v::store(y, v::mul(alpha, v::load(x, m)), m); }
+    template <class access> void at(const access &a, const float *x, float *y) const
+    {
+        a.store(y, v::mul(alpha, a.load(x)));
+    }
 };
 } // namespace

@@ -21,7 +21,7 @@ inline void scopy_def_unit(int64_t n, const float *x, float *y)
     const copy_sse_op f;
     if (word_aligned(y)) {
         peel_quad(f, n, x, y);
-        if (quad_aligned(x))
+        if (on_boundary<16>(x))
             scopy_def_rounds<true, true>(n, x, y);
         else
             scopy_def_rounds<false, true>(n, x, y);

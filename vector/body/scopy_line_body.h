@@ -14,14 +14,7 @@ struct copy_single {
 };
 
 template <class v> struct copy_line_op {
-    void whole(const float *x, float *y) const { v::store(y, v::load(x)); }
-    void some(const float *x, float *y, typename v::mask m) const { v::store(y, v::load(x, m), m); }
-};
-
-template <class v> struct fill_line_op {
-    typename v::reg value;
-    void whole(const float *, float *y) const { v::store(y, value); }
-    void some(const float *, float *y, typename v::mask m) const { v::store(y, value, m); }
+    template <class access> void at(const access &a, const float *x, float *y) const { a.store(y, a.load(x)); }
 };
 
 template <class v> inline void scopy_unrolled(int64_t n, const float *x, float *y)
@@ -35,54 +28,54 @@ template <class v> inline void scopy_unrolled(int64_t n, const float *x, float *
     line_loop<v, 64>(f, n, x, y);
 }
 
-// One register a round, and a masked rest.
-template <class v, class op> inline void plain_rounds(const op &f, int64_t &n, const float *&x, float *&y)
+// One register a round, and a masked rest. One index serves both arrays and the end, so that a round is four
+// instructions.
+template <class v> inline void scopy_plain(int64_t n, const float *x, float *y)
 {
+    const int64_t whole = n & -v::width;
+    int64_t i = 0;
 #pragma GCC unroll 1
-    for (; n >= v::width; n -= v::width) {
-        f.whole(x, y);
-        x += v::width;
-        y += v::width;
-    }
+    do {
+        v::store(y + i, v::load(x + i));
+        i += v::width;
+    } while (i != whole);
+    if (i != n)
+        copy_line_op<v>().at(masked_access<v>{v::first(n - i)}, x + i, y + i);
 }
 
 template <class v> inline void sfill(int64_t n, float value, float *y)
 {
-    const fill_line_op<v> f = {v::set1(value)};
-    const float *none = nullptr;
+    const typename v::reg value_v = v::set1(value);
     if (n <= scopy_small)
         for (; n >= 4 * v::width; n -= 4 * v::width)
 #pragma GCC unroll 4
             for (int u = 0; u < 4; ++u, y += v::width)
-                f.whole(none, y);
+                v::store(y, value_v);
 #pragma GCC unroll 1
     for (; n >= v::width; n -= v::width, y += v::width)
-        f.whole(none, y);
-    if (n < 5) {
-        for (; n > 0; --n, ++y)
-            store_one(y, value);
-    } else {
-        f.some(none, y, v::first(n));
+        v::store(y, value_v);
+    if (n >= 5) {
+        v::store(y, value_v, v::first(n));
+        return;
     }
+    for (; n > 0; --n, ++y)
+        store_one(y, value);
 }
 
 template <class v>
 [[gnu::always_inline]] inline void scopy_line_body(const int64_t *pn, const float *x, const int64_t *pincx, float *y,
                                                    const int64_t *pincy)
 {
-    int64_t n = *pn;
+    const int64_t n = *pn;
     if (n <= 0)
         return;
     const int64_t incx = *pincx, incy = *pincy;
-    if (incy == 1 && incx == 1) {
+    if (__builtin_expect(incx == 1 && incy == 1, 1)) {
         if (n <= scopy_small) {
             scopy_unrolled<v>(n, x, y);
             return;
         }
-        const copy_line_op<v> f;
-        plain_rounds<v>(f, n, x, y);
-        if (n != 0)
-            f.some(x, y, v::first(n));
+        scopy_plain<v>(n, x, y);
     } else if (incy == 1 && incx == 0) {
         sfill<v>(n, load_one(x), y);
     } else {

@@ -22,17 +22,31 @@ template <class d, int count> inline void add_squares(const float *&x, typename 
     x += count;
 }
 
+template <class d, int count> inline typename d::reg add_pairwise(const typename d::reg *acc)
+{
+    if constexpr (count == 1)
+        return acc[0];
+    else
+        return d::add(add_pairwise<d, count / 2>(acc), add_pairwise<d, count / 2>(acc + count / 2));
+}
+
 template <class d> inline double sum_of_squares_unit(int64_t n, const float *x)
 {
-    constexpr int count = 32 / d::width;
+    // Tails of 16 elements and fewer need half of the accumulators of the rounds.
+    constexpr int count = 32 / d::width, half = count / 2;
     typename d::reg acc[count];
 #pragma GCC unroll 8
     for (int i = 0; i < count; ++i)
         acc[i] = d::zero();
-    for (int64_t r = n / 32; r > 0; --r) {
-        _mm_prefetch(reinterpret_cast<const char *>(x) + snrm2_near_bytes, _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char *>(x) + snrm2_far_bytes, _MM_HINT_T0);
-        add_squares<d, 32>(x, acc);
+    if (n >= 32) {
+        for (int64_t r = n / 32; r > 0; --r) {
+            _mm_prefetch(reinterpret_cast<const char *>(x) + snrm2_near_bytes, _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char *>(x) + snrm2_far_bytes, _MM_HINT_T0);
+            add_squares<d, 32>(x, acc);
+        }
+#pragma GCC unroll 4
+        for (int i = 0; i < half; ++i)
+            acc[i] = d::add(acc[i], acc[i + half]);
     }
     if ((n & 16) != 0)
         add_squares<d, 16>(x, acc);
@@ -46,12 +60,7 @@ template <class d> inline double sum_of_squares_unit(int64_t n, const float *x)
         acc[1] = d::squares_2(x, acc[1]);
         x += 2;
     }
-#pragma GCC unroll 4
-    for (int step = 1; step < count; step *= 2)
-#pragma GCC unroll 4
-        for (int i = 0; i < count; i += 2 * step)
-            acc[i] = d::add(acc[i], acc[i + step]);
-    double sum = d::sum(acc[0]);
+    double sum = d::sum(add_pairwise<d, half>(acc));
     if ((n & 1) != 0) {
         const double last = static_cast<double>(load_one(x));
         sum = __builtin_fma(last, last, sum);

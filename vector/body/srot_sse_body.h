@@ -44,7 +44,7 @@ struct rotate_sse_op {
         x += k;
         y += k;
         n -= k;
-        if (quad_aligned(x))
+        if (on_boundary<16>(x))
             f.quads<true>(n, x, y);
         else
             f.quads<false>(n, x, y);

@@ -46,31 +46,34 @@ template <class v, rotation form> struct rotate_line_op {
             y = v::mul_sub(h22, y, old);
         }
     }
-    void whole(float *x, float *y) const
+    template <class access> void at(const access &a, float *x, float *y) const
     {
-        typename v::reg x_v = v::load(x), y_v = v::load(y);
+        typename v::reg x_v = a.load(x), y_v = a.load(y);
+        // Each is used twice: kept from being loaded once for each use.
+        __asm__("" : "+x"(x_v), "+x"(y_v));
         turn(x_v, y_v);
-        v::store(x, x_v);
-        v::store(y, y_v);
-    }
-    void some(float *x, float *y, typename v::mask m) const
-    {
-        typename v::reg x_v = v::load(x, m), y_v = v::load(y, m);
-        turn(x_v, y_v);
-        v::store(x, x_v, m);
-        v::store(y, y_v, m);
+        a.store(x, x_v);
+        a.store(y, y_v);
     }
 };
 
-template <class v, rotation form>
-inline void rotate_line(int64_t n, float *x, int64_t incx, float *y, int64_t incy, const float *h)
+template <rotation form>
+[[gnu::noinline]] void rotate_strided(int64_t n, float *x, int64_t incx, float *y, int64_t incy, const float *h)
 {
-    if (incx != 1 || incy != 1) {
-        strided_by_bits<16>(rotate_single<form>{h[0], h[1], h[2], h[3]}, n, x, incx, y, incy);
+    strided_by_bits<16>(rotate_single<form>{h[0], h[1], h[2], h[3]}, n, x, incx, y, incy);
+}
+
+// Out of line, as three copies in one function would share its registers and its frame. The entries are read one by one:
+// the caller has often just stored them one by one.
+template <class v, rotation form>
+[[gnu::noinline]] void rotate_line(int64_t n, float *x, int64_t incx, float *y, int64_t incy, const float *h)
+{
+    if (__builtin_expect(incx != 1 || incy != 1, 0)) {
+        rotate_strided<form>(n, x, incx, y, incy, h);
         return;
     }
-    const rotate_line_op<v, form> f = {v::set1(h[0]), v::set1(h[1]), v::set1(h[2]), v::set1(h[3])};
-    if (word_aligned(y))
+    const rotate_line_op<v, form> f = {v::broadcast(h), v::broadcast(h + 1), v::broadcast(h + 2), v::broadcast(h + 3)};
+    if (!on_boundary<4 * v::width>(y) && word_aligned(y))
         peel_line<v>(f, n, x, y);
     line_loop<v, 64>(f, n, x, y);
 }

@@ -15,17 +15,11 @@ struct swap_single {
 };
 
 template <class v> struct swap_line_op {
-    void whole(float *x, float *y) const
+    template <class access> void at(const access &a, float *x, float *y) const
     {
-        const typename v::reg x_v = v::load(x), y_v = v::load(y);
-        v::store(x, y_v);
-        v::store(y, x_v);
-    }
-    void some(float *x, float *y, typename v::mask m) const
-    {
-        const typename v::reg x_v = v::load(x, m), y_v = v::load(y, m);
-        v::store(x, y_v, m);
-        v::store(y, x_v, m);
+        const typename v::reg x_v = a.load(x), y_v = a.load(y);
+        a.store(x, y_v);
+        a.store(y, x_v);
     }
 };
 

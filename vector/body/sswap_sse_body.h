@@ -38,7 +38,7 @@ template <bool x_aligned> inline void swap_quads(int64_t &n, float *&x, float *&
         x += k;
         y += k;
         n -= k;
-        if (quad_aligned(x))
+        if (on_boundary<16>(x))
             swap_quads<true>(n, x, y);
         else
             swap_quads<false>(n, x, y);
