@@ -7,6 +7,7 @@
 #include "bench/support/peers.h"
 #include "vector/matrix_vector_paths.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

@@ -83,50 +83,82 @@ template <class access_type> inline void add_product_strided(const sgemv_call &c
                                          call.y + i * access.inc, access, min_of(16, call.m - i));
 }
 
+// How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
+// 0 in the register that holds it, so that loads can stand at register boundaries.
+struct row_pieces {
+    int64_t row_0_at;       // where a register begins whose lane of row 1 holds row 0 [rows]
+    __mmask16 row_0;        // that lane
+    int64_t opening_at;     // the first register, of rows from 1 on [rows]
+    __mmask16 opening;      // its lanes, perhaps none
+    int64_t whole, rest_at; // rows from whole to rest_at - 1 fill whole registers
+    __mmask16 rest;         // lanes behind them, perhaps none
+    bool brief;             // so few rows that the processor does not see where the next column lies
+};
+
+inline row_pieces cut_rows(int64_t m, int64_t lead)
+{
+    constexpr int64_t most_brief = 64; // rows
+    row_pieces rows;
+    const int64_t lane_of_row_1 = (lead + 1) % 16;
+    rows.row_0_at = -lane_of_row_1;
+    rows.row_0 = static_cast<__mmask16>(1u << lane_of_row_1);
+    rows.opening_at = -lead;
+    rows.opening = static_cast<__mmask16>((0xfffeu << lead) & vec_avx512::first(min_of(16, m + lead)));
+    rows.whole = 16 - lead;
+    const int64_t behind = max_of(m - rows.whole, 0);
+    rows.rest_at = rows.whole + behind / 16 * 16;
+    rows.rest = vec_avx512::first(behind % 16);
+    rows.brief = m <= most_brief;
+    return rows;
+}
+
 // The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ..., of rows 2, 18, 34, ..., and so on. Row 0
-// opens the first of them. lead: lanes in front of row 0 in the register that holds it, 0 to 15; it turns the lanes so
-// that loads stand at register boundaries. sets: accumulators of a column.
+// opens the first of them. sets: accumulators of a column.
 template <int columns, int sets, class access_type>
-inline void column_chains(int64_t m, int64_t lead, const float *a, int64_t lda, const float *x,
-                          const access_type &access, __m512 *chain)
+[[gnu::always_inline]] inline void column_chains(const row_pieces &rows, const float *a, int64_t lda, const float *x,
+                                                 const access_type &access, __m512 *chain)
 {
     const float *column[columns];
     __m512 sum[sets][columns];
-    const int64_t lane_of_row_1 = (lead + 1) % 16;
-    const __mmask16 first_lane = static_cast<__mmask16>(1u << lane_of_row_1);
-    const __m512 x0 = vec_avx512::load(x - lane_of_row_1, first_lane);
+    const __m512 x0 = vec_avx512::load(x + rows.row_0_at, rows.row_0);
 #pragma GCC unroll 8
     for (int c = 0; c < columns; ++c) {
         column[c] = a + c * lda;
-        sum[0][c] = _mm512_mul_ps(vec_avx512::load(column[c] - lane_of_row_1, first_lane), x0);
+        sum[0][c] = _mm512_mul_ps(vec_avx512::load(column[c] + rows.row_0_at, rows.row_0), x0);
         for (int s = 1; s < sets; ++s)
             sum[s][c] = _mm512_setzero_ps();
     }
-    const auto add_masked = [&](int64_t i, __mmask16 rows) {
-        const __m512 xv = access.load(x + i * access.inc, rows);
+    if (rows.brief) {
 #pragma GCC unroll 8
-        for (int c = 0; c < columns; ++c) {
-            masked_avx512::prefetch(column[c] + i + prefetch_columns * lda);
-            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column[c] + i, rows), xv, sum[0][c], rows);
-        }
+        for (int c = 0; c < columns; ++c)
+            masked_avx512::prefetch(column[c] + prefetch_columns * lda);
+    }
+    const auto add_masked = [&](int64_t i, __mmask16 lanes) {
+        const __m512 xv = access.load(x + i * access.inc, lanes);
+#pragma GCC unroll 8
+        for (int c = 0; c < columns; ++c)
+            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column[c] + i, lanes), xv, sum[0][c], lanes);
     };
-    int64_t i = 16 - lead;
-    if (lead < 15) {
-        const unsigned from_row_1 = 0xfffeu << lead;
-        add_masked(-lead, static_cast<__mmask16>(from_row_1 & vec_avx512::first(min_of(16, m + lead))));
+    const auto add_whole = [&](int s, int64_t i) {
+        const __m512 xv = access.load(x + i * access.inc);
+#pragma GCC unroll 8
+        for (int c = 0; c < columns; ++c)
+            sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column[c] + i), xv, sum[s][c]);
+    };
+    if (rows.opening != 0)
+        add_masked(rows.opening_at, rows.opening);
+    int64_t i = rows.whole;
+#pragma GCC unroll 1
+    for (; sets > 1 && i + 16 * sets <= rows.rest_at; i += 16 * sets) {
+#pragma GCC unroll 4
+        for (int s = 0; s < sets; ++s)
+            add_whole(s, i + 16 * s);
     }
 #pragma GCC unroll 1
-    for (; i + 16 * sets <= m; i += 16 * sets) {
-#pragma GCC unroll 4
-        for (int s = 0; s < sets; ++s) {
-            const __m512 xv = access.load(x + (i + 16 * s) * access.inc, 0xffff);
-#pragma GCC unroll 8
-            for (int c = 0; c < columns; ++c)
-                sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column[c] + i + 16 * s), xv, sum[s][c]);
-        }
-    }
-    for (; i < m; i += 16)
-        add_masked(i, vec_avx512::first(min_of(16, m - i)));
+    for (; i < rows.rest_at; i += 16)
+        add_whole(0, i);
+    if (rows.rest != 0)
+        add_masked(rows.rest_at, rows.rest);
 #pragma GCC unroll 8
     for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 4
@@ -165,42 +197,47 @@ template <int columns> inline __m256 sum_lanes(const __m512 *chain)
     }
 }
 
-// The next columns of y += alpha*A^T*x, if so many are left: j moves behind them.
+// Some columns of y += alpha*A^T*x, from column j on.
 template <int columns, int sets, class access_type>
-inline bool add_next_dots(int64_t &j, int64_t lead, const sgemv_call &call, const access_type &access)
+[[gnu::always_inline]] inline void add_dots(int64_t j, const row_pieces &rows, const sgemv_call &call,
+                                            const access_type &access)
 {
-    if (call.n - j < columns)
-        return false;
     __m512 chain[columns];
-    column_chains<columns, sets>(call.m, lead, call.a + j * call.lda, call.lda, call.x, access, chain);
+    column_chains<columns, sets>(rows, call.a + j * call.lda, call.lda, call.x, access, chain);
     const __m256 dots = sum_lanes<columns>(chain);
     float *y = call.y + j * call.incy;
-    j += columns;
     if (call.incy == 1) {
         const __mmask8 lanes = static_cast<__mmask8>((1u << columns) - 1u);
         const __m256 old = _mm256_maskz_loadu_ps(lanes, y);
         _mm256_mask_storeu_ps(y, lanes, _mm256_maskz_fmadd_ps(lanes, _mm256_set1_ps(call.alpha), dots, old));
-        return true;
+        return;
     }
     float dot[8];
     _mm256_storeu_ps(dot, dots);
     for (int c = 0; c < columns; ++c, y += call.incy)
         store_one(y, __builtin_fmaf(call.alpha, dot[c], load_one(y)));
-    return true;
 }
 
 // y += alpha*A^T*x.
 template <class access_type> inline void add_product_transposed(const sgemv_call &call, const access_type &access)
 {
-    const uintptr_t address = reinterpret_cast<uintptr_t>(call.a);
-    const bool columns_share_alignment = call.lda % 16 == 0 && address % sizeof(float) == 0;
-    const int64_t lead = columns_share_alignment ? static_cast<int64_t>(address % 64 / sizeof(float)) : 15;
+    const bool columns_share_alignment = call.lda % 16 == 0 && word_aligned(call.a);
+    const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(call.a) % 64 / sizeof(float));
+    const row_pieces rows = cut_rows(call.m, columns_share_alignment ? in_front : call.m <= 16 ? 0 : 15);
     int64_t j = 0;
-    while (add_next_dots<8, 1>(j, lead, call, access)) {
+#pragma GCC unroll 1
+    for (; j + 8 <= call.n; j += 8)
+        add_dots<8, 1>(j, rows, call, access);
+    if (j + 4 <= call.n) {
+        add_dots<4, 1>(j, rows, call, access);
+        j += 4;
     }
-    add_next_dots<4, 1>(j, lead, call, access);
-    add_next_dots<2, 2>(j, lead, call, access);
-    add_next_dots<1, 4>(j, lead, call, access);
+    if (j + 2 <= call.n) {
+        add_dots<2, 2>(j, rows, call, access);
+        j += 2;
+    }
+    if (j < call.n)
+        add_dots<1, 4>(j, rows, call, access);
 }
 } // namespace
 

@@ -11,7 +11,7 @@
 namespace
 {
 // Masked loads do not start the processor's own prefetching: short columns are asked for so many columns ahead.
-constexpr int64_t prefetch_columns = 32;
+constexpr int64_t prefetch_columns = 128;
 
 // Rows in front of the first register boundary of the operand that has most to gain: A where its columns share their
 // alignment, else y. Few rows are not worth a masked piece of their own.
@@ -68,11 +68,11 @@ inline void add_rows(int64_t n, float alpha, const float *a, int64_t lda, const 
 #pragma GCC unroll 1
     for (; n > 0; --n)
         add_column(0);
-#pragma GCC unroll 4
-    for (int chain = 1; chain < chains; ++chain) {
 #pragma GCC unroll 8
-        for (int p = 0; p < pieces; ++p)
-            sum[0][p] = v::add(sum[0][p], sum[chain][p]);
+    for (int p = 0; p < pieces; ++p) {
+#pragma GCC unroll 4
+        for (int chain = chains - 1; chain > 0; --chain) // the chain that began with y comes last: it is the longest
+            sum[chain - 1][p] = v::add(sum[chain - 1][p], sum[chain][p]);
     }
 #pragma GCC unroll 8
     for (int p = 0; p < whole; ++p)

@@ -17,7 +17,11 @@ struct contiguous_8 {
 struct masked_avx2 : vec_avx2 {
     using contiguous = contiguous_8;
     static constexpr int pieces_of_two_chains = 5; // of y, that leave registers for two accumulators each
-    static inline void prefetch(const float *p) { _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0); }
+    // Inlined early: GCC drops calls of a function that has no effect but a prefetch.
+    [[gnu::always_inline]] static inline void prefetch(const float *p)
+    {
+        _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
+    }
     using vec_avx2::mul_add;
     // Lanes outside the mask multiply zero by zero: no flag is raised there by an infinite factor.
     static inline reg mul_add(reg x, reg y, reg z, mask m)

@@ -17,7 +17,11 @@ struct contiguous_16 {
 struct masked_avx512 : vec_avx512 {
     using contiguous = contiguous_16;
     static constexpr int pieces_of_two_chains = 7; // of y, that leave registers for two accumulators each
-    static inline void prefetch(const float *p) { _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0); }
+    // Inlined early: GCC drops calls of a function that has no effect but a prefetch.
+    [[gnu::always_inline]] static inline void prefetch(const float *p)
+    {
+        _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
+    }
     using vec_avx512::mul_add;
     static inline reg mul_add(reg x, reg y, reg z, mask m) { return _mm512_mask3_fmadd_ps(x, y, z, m); }
     static inline float sum(reg x)
