@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// SGEMV of one path beside its peers, warm: square matrices in every cache level and in memory, and thin ones. The share
-// is that of the load limit at the operands' footprint; counted are the bytes that any method must move: A and x once,
-// y twice. Results are held against double sums before they are timed.
+// SGEMV of one path beside its peers, warm: square matrices in every cache level and in memory, and thin ones. Rate and
+// share are those of the best try, as the load limit at the operands' footprint is; counted are the bytes that any method
+// must move: A and x once, y twice. The ratio is the median over pairs. Results are held against double sums before they
+// are timed.
 #include "bench/peak/peak.h"
 #include "bench/support/bench.h"
 #include "bench/support/peers.h"
@@ -90,6 +91,7 @@ std::vector<shape> shapes(const std::vector<int64_t> &sizes, bool thin)
             found.emplace_back(512, n);
         for (const int64_t m : {4, 8, 16, 20, 32})
             found.emplace_back(m, 512);
+        found.insert(found.end(), {{300, 20}, {300, 32}, {128, 64}, {64, 128}, {10000, 24}, {24, 10000}});
         for (const int64_t n : {1, 4, 8})
             found.emplace_back(2000000, n);
         for (const int64_t m : {4, 8, 16})
@@ -156,7 +158,7 @@ int main(int argc, char **argv)
                                                        static_cast<size_t>(std::max<int64_t>(p.bytes(), 16384)));
             const std::vector<tesh_bench::timing> times = tesh_bench::compare(contestants, run.case_ms);
             for (size_t w = 0; w < runners.size(); ++w) {
-                const double rate = static_cast<double>(p.bytes()) / times[w].median;
+                const double rate = static_cast<double>(p.bytes()) / times[w].best; // as the limit: of the best try
                 out.text("sgemv").text(run.isa).text(std::string(1, trans)).count(m).count(n).count(lda);
                 out.text(runners[w].name).text(runners[w].core).count(times[w].repetitions);
                 out.number(times[w].best).number(times[w].median);

@@ -54,6 +54,11 @@ inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const f
         for (int s = 0; s < sets; ++s)
             set[c][s] = _mm256_setzero_ps();
     }
+    if (m <= most_brief) {
+#pragma GCC unroll 4
+        for (int c = 0; c < columns; ++c)
+            masked_avx2::prefetch(column[c] + prefetch_columns * lda);
+    }
     int64_t i = 0;
     // Registers of 8 rows from row i on, beginning with the first accumulators.
     const auto add_registers = [&](int registers) {

@@ -92,12 +92,11 @@ struct row_pieces {
     __mmask16 opening;      // its lanes, perhaps none
     int64_t whole, rest_at; // rows from whole to rest_at - 1 fill whole registers
     __mmask16 rest;         // lanes behind them, perhaps none
-    bool brief;             // so few rows that the processor does not see where the next column lies
+    bool brief;             // columns are asked for ahead
 };
 
 inline row_pieces cut_rows(int64_t m, int64_t lead)
 {
-    constexpr int64_t most_brief = 64; // rows
     row_pieces rows;
     const int64_t lane_of_row_1 = (lead + 1) % 16;
     rows.row_0_at = -lane_of_row_1;

@@ -10,8 +10,10 @@
 
 namespace
 {
-// Masked loads do not start the processor's own prefetching: short columns are asked for so many columns ahead.
+// Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are asked
+// for so many columns ahead.
 constexpr int64_t prefetch_columns = 128;
+constexpr int64_t most_brief = 64; // rows of such a column
 
 // Rows in front of the first register boundary of the operand that has most to gain: A where its columns share their
 // alignment, else y. Few rows are not worth a masked piece of their own.
@@ -210,8 +212,9 @@ inline void add_product(int64_t m, int64_t n, float alpha, const float *a, int64
 {
     constexpr int64_t panel = 8 * v::width; // rows
     constexpr int64_t small = 40 * 1024;    // [bytes] of A, read in short runs at no cost: the first cache
+    constexpr int64_t fewest = 16;          // columns that repay the loads and stores of a panel's registers
     const int64_t head = rows_to_register_boundary<v>(m, a, lda, y);
-    if (m <= panel || (n > 8 && m * n <= small / static_cast<int64_t>(sizeof(float)))) {
+    if (m <= panel || (n > fewest && m * n <= small / static_cast<int64_t>(sizeof(float)))) {
         add_product_by_rows<v>(m, n, alpha, a, lda, x, incx, y, head);
         return;
     }
