@@ -54,10 +54,10 @@ inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const f
         for (int s = 0; s < sets; ++s)
             set[c][s] = _mm256_setzero_ps();
     }
-    if (m <= most_brief) {
+    if (const int64_t ahead = prefetch_distance(n, lda); m <= most_brief && ahead != 0) {
 #pragma GCC unroll 4
         for (int c = 0; c < columns; ++c)
-            masked_avx2::prefetch(column[c] + prefetch_columns * lda);
+            masked_avx2::prefetch(column[c] + ahead);
     }
     int64_t i = 0;
     // Registers of 8 rows from row i on, beginning with the first accumulators.

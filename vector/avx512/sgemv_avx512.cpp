@@ -92,10 +92,10 @@ struct row_pieces {
     __mmask16 opening;      // its lanes, perhaps none
     int64_t whole, rest_at; // rows from whole to rest_at - 1 fill whole registers
     __mmask16 rest;         // lanes behind them, perhaps none
-    bool brief;             // columns are asked for ahead
+    int64_t ahead;          // columns are asked for so far ahead, or not [elements]
 };
 
-inline row_pieces cut_rows(int64_t m, int64_t lead)
+inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
 {
     row_pieces rows;
     const int64_t lane_of_row_1 = (lead + 1) % 16;
@@ -107,7 +107,7 @@ inline row_pieces cut_rows(int64_t m, int64_t lead)
     const int64_t behind = max_of(m - rows.whole, 0);
     rows.rest_at = rows.whole + behind / 16 * 16;
     rows.rest = vec_avx512::first(behind % 16);
-    rows.brief = m <= most_brief;
+    rows.ahead = m <= most_brief ? prefetch_distance(n, lda) : 0;
     return rows;
 }
 
@@ -127,10 +127,10 @@ template <int columns, int sets, class access_type>
         for (int s = 1; s < sets; ++s)
             sum[s][c] = _mm512_setzero_ps();
     }
-    if (rows.brief) {
+    if (rows.ahead != 0) {
 #pragma GCC unroll 8
         for (int c = 0; c < columns; ++c)
-            masked_avx512::prefetch(column[c] + prefetch_columns * lda);
+            masked_avx512::prefetch(column[c] + rows.ahead);
     }
     const auto add_masked = [&](int64_t i, __mmask16 lanes) {
         const __m512 xv = access.load(x + i * access.inc, lanes);
@@ -222,7 +222,10 @@ template <class access_type> inline void add_product_transposed(const sgemv_call
 {
     const bool columns_share_alignment = call.lda % 16 == 0 && word_aligned(call.a);
     const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(call.a) % 64 / sizeof(float));
-    const row_pieces rows = cut_rows(call.m, columns_share_alignment ? in_front : call.m <= 16 ? 0 : 15);
+    const row_pieces rows = cut_rows(call.m, call.n, call.lda,
+                                     columns_share_alignment ? in_front
+                                     : call.m <= 16          ? 0
+                                                             : 15);
     int64_t j = 0;
 #pragma GCC unroll 1
     for (; j + 8 <= call.n; j += 8)

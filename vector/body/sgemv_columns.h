@@ -11,9 +11,13 @@
 namespace
 {
 // Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are asked
-// for so many columns ahead.
-constexpr int64_t prefetch_columns = 128;
+// for 128 columns ahead, about the latency of memory, where there are so many.
 constexpr int64_t most_brief = 64; // rows of such a column
+inline int64_t prefetch_distance(int64_t n, int64_t lda)
+{
+    constexpr int64_t columns = 128;
+    return n > columns ? columns * lda : 0; // [elements]
+}
 
 // Rows in front of the first register boundary of the operand that has most to gain: A where its columns share their
 // alignment, else y. Few rows are not worth a masked piece of their own.
@@ -36,7 +40,7 @@ inline void add_rows(int64_t n, float alpha, const float *a, int64_t lda, const 
     constexpr int chains = pieces <= 3 ? 4 : pieces <= v::pieces_of_two_chains ? 2 : 1; // 8 in all hide the latency
     constexpr int end = pieces - 1, end_offset = end * v::width;
     const typename v::mask last = v::first(last_rows);
-    const int64_t piece_span = v::width * access.inc;
+    const int64_t piece_span = v::width * access.inc, ahead = prefetch_distance(n, lda);
     typename v::reg sum[chains][pieces];
 #pragma GCC unroll 8
     for (int p = 0; p < whole; ++p)
@@ -55,7 +59,7 @@ inline void add_rows(int64_t n, float alpha, const float *a, int64_t lda, const 
         for (int p = 0; p < whole; ++p)
             sum[chain][p] = v::mul_add(v::load(a + p * v::width), t, sum[chain][p]);
         if (masked) {
-            v::prefetch(a + end_offset + prefetch_columns * lda);
+            v::prefetch(a + end_offset + ahead);
             sum[chain][end] = v::mul_add(v::load(a + end_offset, last), t, sum[chain][end], last);
         }
         a += lda;
