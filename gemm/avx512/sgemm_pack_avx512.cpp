@@ -65,6 +65,49 @@ template <> struct transpose_block<16> {
         }
     }
 };
+
+// 8 streams of 16 steps into a panel of width 8: two steps to a register.
+template <> struct transposer<v, 8> {
+    static constexpr int steps = 16;
+    template <class scale, bool whole>
+    static inline void run(const float *source, int64_t ld, float *panel, int64_t, int valid_steps, scale s)
+    {
+        const __mmask16 valid = v::first(valid_steps);
+        __m512 x[8], y[8];
+#pragma GCC unroll 8
+        for (int c = 0; c < 8; ++c)
+            x[c] = s.template apply<v>(whole ? v::load(source + c * ld) : v::load(source + c * ld, valid));
+            // y[q] holds in quarter r step 4*r + q of streams 0-3, y[q + 4] the same of streams 4-7.
+#pragma GCC unroll 2
+        for (int c = 0; c < 8; c += 4) {
+            const __m512 t0 = unpack_low(x[c], x[c + 1]), t1 = unpack_high(x[c], x[c + 1]);
+            const __m512 t2 = unpack_low(x[c + 2], x[c + 3]), t3 = unpack_high(x[c + 2], x[c + 3]);
+            y[c] = pairs<0x44>(t0, t2);
+            y[c + 1] = pairs<0xee>(t0, t2);
+            y[c + 2] = pairs<0x44>(t1, t3);
+            y[c + 3] = pairs<0xee>(t1, t3);
+        }
+#pragma GCC unroll 2
+        for (int q = 0; q < 4; q += 2) {
+            // Quarters (0, 1) and (2, 3) of the streams 0-3 and 4-7 of step q, then with those of step q + 1.
+            const __m512 low = quarters<0x44>(y[q], y[q + 4]), high = quarters<0xee>(y[q], y[q + 4]);
+            const __m512 low1 = quarters<0x44>(y[q + 1], y[q + 5]), high1 = quarters<0xee>(y[q + 1], y[q + 5]);
+            store<whole>(panel, q, valid_steps, quarters<0x88>(low, low1));
+            store<whole>(panel, 4 + q, valid_steps, quarters<0xdd>(low, low1));
+            store<whole>(panel, 8 + q, valid_steps, quarters<0x88>(high, high1));
+            store<whole>(panel, 12 + q, valid_steps, quarters<0xdd>(high, high1));
+        }
+    }
+
+    // Steps l and l + 1, as far as they are valid.
+    template <bool whole> static inline void store(float *panel, int l, int valid_steps, __m512 x)
+    {
+        if (whole || l + 1 < valid_steps)
+            v::store(panel + l * 8, x);
+        else if (l < valid_steps)
+            v::store(panel + l * 8, x, 0xff);
+    }
+};
 } // namespace
 
 extern "C" {

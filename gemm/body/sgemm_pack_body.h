@@ -5,7 +5,7 @@
 //   down    the width runs along contiguous memory: a step is a plain vector load
 //   right   the width runs across the leading dimension: w streams, transposed in registers
 //
-// A path adds transpose_wide<w> where it has a faster block than the general ones, and the 16-lane transposition.
+// A path adds the 16-lane transposition where it has such registers, and a transposer where it has a faster block.
 #pragma once
 #include "gemm/body/sgemm_lanes.h"
 #include "gemm/sgemm_paths.h"
@@ -39,7 +39,8 @@ struct scale_times {
     _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
 }
 constexpr int line = 64 / 4;         // [elements] of a cache line
-constexpr int write_ahead = 512 / 4; // [elements] fetched of the destination before the first store
+constexpr int write_ahead = 512 / 4; // [elements] fetched of the destination ahead of the store
+constexpr int ahead_steps = 8;       // depth steps fetched ahead where each lies in a line of its own
 
 // ---- down ---------------------------------------------------------------------------------------------------------
 // One step of a panel of width w: whole registers of the path, or one of a binary width below.
@@ -55,28 +56,26 @@ template <class v, int w, class scale>
     }
 }
 
-template <class v, int w, class scale>
-[[gnu::noinline]] float *down_panel(int64_t depth, const float *source, int64_t ld, float *panel, scale s)
+// panels panels of width w side by side, so that every line of the source is read once.
+template <class v, int w, int panels, class scale>
+[[gnu::noinline]] float *down_panels(int64_t depth, const float *source, int64_t ld, float *panel, scale s)
 {
-    for (int i = 0; i < write_ahead; i += line)
-        fetch_write(panel + i);
-    int64_t l = 0;
-    for (; l + 4 <= depth; l += 4) {
+    constexpr int across = w * panels;
+    const int64_t next = w * depth; // from a panel to the one beside it
+    for (int64_t l = 0; l < depth; ++l, source += ld, panel += w) {
 #pragma GCC unroll 4
-        for (int u = 0; u < 4; ++u) {
-            if constexpr (w >= line)
-                fetch_read(source + w);
+        for (int i = 0; i < across; i += line)
+            fetch_read(source + ahead_steps * ld + i);
 #pragma GCC unroll 4
-            for (int i = 0; i < w; i += line)
-                fetch_write(panel + write_ahead + i);
-            down_step<v, w>(source, panel, s);
-            source += ld;
-            panel += w;
+        for (int g = 0; g < panels; ++g) {
+            if (w >= line || l % (line / w) == 0)
+#pragma GCC unroll 4
+                for (int i = 0; i < w; i += line)
+                    fetch_write(panel + g * next + write_ahead + i);
+            down_step<v, w>(source + g * w, panel + g * next, s);
         }
     }
-    for (; l < depth; ++l, source += ld, panel += w)
-        down_step<v, w>(source, panel, s);
-    return panel;
+    return panel + (panels - 1) * next;
 }
 
 // ---- right --------------------------------------------------------------------------------------------------------
@@ -155,28 +154,34 @@ template <> struct transpose_block<8> {
     }
 };
 
-// A panel of width w out of groups of g streams, block::depth steps at a time.
-template <int w, int g, class scale>
+// What a path transposes a group of g streams with: by default squares; steps is the length of a stream in a block.
+template <class v, int g> struct transposer : transpose_block<g> {
+    static constexpr int steps = g;
+};
+
+// A panel of width w out of groups of streams.
+template <class v, int w, class scale>
 [[gnu::noinline]] float *right_panel(int64_t depth, const float *source, int64_t ld, float *panel, scale s)
 {
+    constexpr int g = w < v::width ? w : v::width;
+    using block = transposer<v, g>;
     for (int i = 0; i < write_ahead; i += line)
         fetch_write(panel + i);
     int64_t l = 0;
-    for (; l + g <= depth; l += g, panel += g * w) {
+    for (; l + block::steps <= depth; l += block::steps, panel += block::steps * w) {
 #pragma GCC unroll 1
         for (int c = 0; c < w; c += g) {
-            if (g == line || l % line == 0)
+            if (block::steps == line || l % line == 0)
 #pragma GCC unroll 16
                 for (int i = 0; i < g; ++i)
                     fetch_read(source + (c + i) * ld + l + line);
-            transpose_block<g>::template run<scale, true>(source + c * ld + l, ld, panel + c, w, g, s);
+            block::template run<scale, true>(source + c * ld + l, ld, panel + c, w, block::steps, s);
         }
     }
     if (l < depth) {
 #pragma GCC unroll 1
         for (int c = 0; c < w; c += g)
-            transpose_block<g>::template run<scale, false>(source + c * ld + l, ld, panel + c, w,
-                                                           static_cast<int>(depth - l), s);
+            block::template run<scale, false>(source + c * ld + l, ld, panel + c, w, static_cast<int>(depth - l), s);
         panel += (depth - l) * w;
     }
     return panel;
@@ -188,7 +193,7 @@ template <class v, int w, class scale>
 inline void down_rest(int64_t depth, int64_t width, const float *source, int64_t ld, float *panel, scale s)
 {
     if (width & w) {
-        panel = down_panel<v, w>(depth, source, ld, panel, s);
+        panel = down_panels<v, w, 1>(depth, source, ld, panel, s);
         source += w;
     }
     if constexpr (w > 1)
@@ -199,7 +204,7 @@ template <class v, int w, class scale>
 inline void right_rest(int64_t depth, int64_t width, const float *source, int64_t ld, float *panel, scale s)
 {
     if (width & w) {
-        panel = right_panel<w, (w < v::width ? w : v::width)>(depth, source, ld, panel, s);
+        panel = right_panel<v, w>(depth, source, ld, panel, s);
         source += w * ld;
     }
     if constexpr (w > 1)
@@ -219,8 +224,12 @@ template <class v, int w> struct pack_down {
     template <class scale>
     static inline void run(int64_t depth, int64_t width, const float *source, int64_t ld, float *panel, scale s)
     {
+        constexpr int side_by_side = w < line ? 2 * line / w : 1;
+        if constexpr (side_by_side > 1)
+            for (; width >= side_by_side * w; width -= side_by_side * w, source += side_by_side * w)
+                panel = down_panels<v, w, side_by_side>(depth, source, ld, panel, s);
         for (; width >= w; width -= w, source += w)
-            panel = down_panel<v, w>(depth, source, ld, panel, s);
+            panel = down_panels<v, w, 1>(depth, source, ld, panel, s);
         down_rest<v, power_below(w)>(depth, width, source, ld, panel, s);
     }
 };
@@ -230,7 +239,7 @@ template <class v, int w> struct pack_right {
     static inline void run(int64_t depth, int64_t width, const float *source, int64_t ld, float *panel, scale s)
     {
         for (; width >= w; width -= w, source += w * ld)
-            panel = right_panel<w, (w < v::width ? w : v::width)>(depth, source, ld, panel, s);
+            panel = right_panel<v, w>(depth, source, ld, panel, s);
         right_rest<v, power_below(w)>(depth, width, source, ld, panel, s);
     }
 };
