@@ -8,6 +8,8 @@ namespace
 {
 template <> struct lanes<16> : vec_avx512 {
     static inline reg flip(reg x) { return _mm512_xor_ps(x, _mm512_set1_ps(-0.0f)); }
+    static inline __m256 low(reg x) { return _mm512_castps512_ps256(x); }
+    static inline __m256 high(reg x) { return _mm512_extractf32x8_ps(x, 1); }
     // z += x*y, rounded once; why it is no intrinsic: sgemm_lanes.h.
     static inline void accumulate(reg &z, reg x, reg y)
     {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A run of 8, 4, 2 or 1 consecutive floats as one register, for panels of every binary width. Lanes beyond the run stay
-// zero, so that they raise no exception flag. flip changes the sign. The path with 16 lanes adds them. Needs AVX2, FMA.
+// zero, so that they raise no exception flag. flip changes the sign; low and high are the halves. The
+// path with 16 lanes adds them. Needs AVX2 and FMA.
 #pragma once
 #include "frame/path/vec_avx2.h"
 #include <immintrin.h>
@@ -14,6 +15,8 @@ template <int count> struct lanes;
 // instruction that names its sum keeps each accumulator in one register.
 template <> struct lanes<8> : vec_avx2 {
     static inline reg flip(reg x) { return _mm256_xor_ps(x, _mm256_set1_ps(-0.0f)); }
+    static inline __m128 low(reg x) { return _mm256_castps256_ps128(x); }
+    static inline __m128 high(reg x) { return _mm256_extractf128_ps(x, 1); }
     static inline void accumulate(reg &z, reg x, reg y)
     {
         __asm__("vfmadd231ps %2, %1, %0" : "+x"(z) : "x"(x), "x"(y));
@@ -31,6 +34,8 @@ template <> struct lanes<4> {
     static inline reg add(reg x, reg y) { return _mm_add_ps(x, y); }
     static inline reg mul(reg x, reg y) { return _mm_mul_ps(x, y); }
     static inline reg flip(reg x) { return _mm_xor_ps(x, _mm_set1_ps(-0.0f)); }
+    static inline reg low(reg x) { return x; }
+    static inline reg high(reg x) { return _mm_movehl_ps(x, x); }
     static inline void accumulate(reg &z, reg x, reg y) { z = _mm_fmadd_ps(x, y, z); }
 };
 
@@ -45,6 +50,8 @@ template <> struct lanes<2> {
     static inline reg add(reg x, reg y) { return _mm_add_ps(x, y); }
     static inline reg mul(reg x, reg y) { return _mm_mul_ps(x, y); }
     static inline reg flip(reg x) { return _mm_xor_ps(x, _mm_set1_ps(-0.0f)); }
+    static inline float low(reg x) { return _mm_cvtss_f32(x); }
+    static inline float high(reg x) { return _mm_cvtss_f32(_mm_movehdup_ps(x)); }
     static inline void accumulate(reg &z, reg x, reg y) { z = _mm_fmadd_ps(x, y, z); }
 };
 
