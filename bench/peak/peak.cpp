@@ -56,6 +56,12 @@ int tesh_bench::traffic_arrays(traffic kind)
     return kind == traffic::copy || kind == traffic::update || kind == traffic::exchange ? 2 : 1;
 }
 
+tesh_bench::traffic_loop *tesh_bench::plain_loop(traffic kind, int lanes)
+{
+    const peak_loops *loops = loops_of(lanes);
+    return loops == nullptr ? nullptr : loops->traffic[static_cast<int>(kind)];
+}
+
 double tesh_bench::multiply_add_peak(int lanes)
 {
     static std::map<int, double> known;

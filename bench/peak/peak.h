@@ -25,6 +25,11 @@ int traffic_arrays(traffic kind);
 // lane and step; 4 lanes: a product and a sum in instructions of their own, else fused. 0 where the processor lacks it.
 double multiply_add_peak(int lanes);
 
+// The plain loop itself, to be run on the operands of a measurement: repetitions times over n elements, n a multiple of
+// eight registers. Null where the processor lacks the width.
+typedef void traffic_loop(std::int64_t repetitions, std::int64_t n, float *x, float *y, float a);
+traffic_loop *plain_loop(traffic kind, int lanes);
+
 // [bytes/s] of the plain loop over aligned arrays that together hold footprint bytes, warm, the best of several tries.
 // Footprints within a cache level give that level's limit. Measured once for each kind, width and footprint.
 double bandwidth(traffic kind, int lanes, std::size_t footprint);

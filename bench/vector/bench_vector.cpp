@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Level 1 of one path against the machine's bandwidth and against peers held to the same instruction set.
 //
-// One line of CSV per family and length: the median time of a call, the bytes that it moves per second, their share of
-// the plain loop's over the same footprint, and each peer's time by ours (above 1: this library is faster). Warm lines
-// repeat a call on the same operands; cold lines flush the caches before each call.
+// One line of CSV per family and length: the median time of a call, the bytes that it moves per second, the share of the
+// limit, and each peer's time by ours (above 1: this library is faster). The limit is the plain loop with the same loads
+// and stores, run in turn with the call on the same operands, or the multiply-add peak where that takes longer. Warm
+// lines repeat a call on the same operands; cold lines flush the caches before each call.
 #include "bench/peak/peak.h"
 #include "bench/support/bench.h"
 #include "bench/support/peers.h"
@@ -25,17 +26,18 @@ struct routine {
     const char *name;
     family what;
     traffic kind;
+    int multiply_adds; // per element, each a product, a fused one, or both lanes' worth of one in double precision
     const char *peer_name;
 };
 constexpr routine routines[] = {
-    {"saxpby", family::saxpby, traffic::update, "saxpby"},
-    {"saxpby_beta_0", family::saxpby_beta_0, traffic::copy, "saxpby"},
-    {"saxpy", family::saxpy, traffic::update, "saxpy"},
-    {"scopy", family::scopy, traffic::copy, "scopy"},
-    {"sscal", family::sscal, traffic::scale, "sscal"},
-    {"sswap", family::sswap, traffic::exchange, "sswap"},
-    {"srot", family::srot, traffic::exchange, "srot"},
-    {"snrm2", family::snrm2, traffic::load, "snrm2"},
+    {"saxpby", family::saxpby, traffic::update, 2, "saxpby"},
+    {"saxpby_beta_0", family::saxpby_beta_0, traffic::copy, 1, "saxpby"},
+    {"saxpy", family::saxpy, traffic::update, 1, "saxpy"},
+    {"scopy", family::scopy, traffic::copy, 0, "scopy"},
+    {"sscal", family::sscal, traffic::scale, 1, "sscal"},
+    {"sswap", family::sswap, traffic::exchange, 0, "sswap"},
+    {"srot", family::srot, traffic::exchange, 4, "srot"},
+    {"snrm2", family::snrm2, traffic::load, 2, "snrm2"},
 };
 
 struct members {
@@ -204,17 +206,25 @@ struct bench {
                 contestants.emplace_back(call, cold ? std::function<void()>(tesh_bench::flush_caches) : nullptr);
             });
         }
+        // A call of few elements costs more than its bytes, and a cold one more than any loop: no limit is given.
+        const bool limited = !cold && n >= 1000;
+        const int lanes = tesh_bench::lanes(run.isa);
+        const std::int64_t whole = n / (8 * lanes) * (8 * lanes);
+        tesh_bench::traffic_loop *const loop = tesh_bench::plain_loop(r.kind, lanes);
+        if (limited)
+            contestants.emplace_back([=] { loop(1, whole, o.x, o.y, r.kind == traffic::scale ? 1.0f : 0.0f); });
         const std::vector<tesh_bench::timing> times = tesh_bench::compare(contestants, run.case_ms);
         const double bytes = static_cast<double>(n) * tesh_bench::traffic_bytes(r.kind);
-        const std::size_t footprint =
-            static_cast<std::size_t>(n) * 4u * static_cast<std::size_t>(traffic_arrays(r.kind));
-        const double rate = bytes / times[0].median;
         out.text(r.name).text(run.isa).text(cold ? "cold" : "warm").count(n).count(times[0].repetitions);
-        out.number(times[0].best * 1e9).number(times[0].median * 1e9).number(rate * 1e-9);
-        if (cold || n < 1000) // a call costs more than its bytes: no bandwidth binds it
+        out.number(times[0].best * 1e9).number(times[0].median * 1e9).number(bytes / times[0].median * 1e-9);
+        if (limited) {
+            const double scale = static_cast<double>(n) / static_cast<double>(whole);
+            const double arithmetic =
+                2.0 * static_cast<double>(n) * r.multiply_adds / tesh_bench::multiply_add_peak(lanes);
+            out.number(std::max(times.back().ratio * scale, arithmetic / times[0].median));
+        } else {
             out.text("");
-        else
-            out.number(rate / tesh_bench::bandwidth(r.kind, tesh_bench::lanes(run.isa), footprint));
+        }
         std::size_t next = 1;
         for (std::size_t i = 1; i < functions.size(); ++i)
             if (functions[i] != nullptr)

@@ -46,12 +46,13 @@ template <class v, int count, class op, class element> inline void whole_element
     y += count;
 }
 
-// The rest of fewer than 2*count elements, by the bits of its count; the last ones with one masked operation.
+// The rest of fewer than 2*count elements, by the bits of its count; the last ones with one masked operation. Set bits are
+// expected, so that what is done is done in line and what is not costs one jump.
 template <class v, int count, class op, class element>
 inline void rest_of_line(const op &f, int64_t n, element *x, float *y)
 {
     if constexpr (count >= v::width) {
-        if ((n & count) != 0)
+        if (__builtin_expect((n & count) != 0, 1))
             whole_elements<v, count>(f, x, y);
         rest_of_line<v, count / 2>(f, n, x, y);
     } else {
@@ -73,7 +74,8 @@ inline void line_loop(const op &f, int64_t n, element *x, float *y)
 {
     for (; n >= round; n -= round)
         whole_elements<v, round>(f, x, y);
-    rest_of_line<v, round / 2>(f, n, x, y);
+    if (n != 0)
+        rest_of_line<v, round / 2>(f, n, x, y);
 }
 
 // Unit stride with whole elements at both addresses: what the loops above are for.
