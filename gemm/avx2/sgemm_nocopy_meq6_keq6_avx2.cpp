@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// C[6 x n] := alpha*A*B + beta*C with A 6 by 6 and neither transposed. The six columns of A stay in six registers; the
+// columns of B and C go four at a time, then one by one. b0 does not read C.
+#include "frame/path/vec_avx2.h"
+#include "gemm/sgemm_paths.h"
+
+namespace
+{
+using v = vec_avx2;
+
+template <int cols, bool read_c>
+inline void columns(const __m256 (&a)[6], const float *b, int64_t ldb, float *c, int64_t ldc, __m256 alpha, __m256 beta,
+                    __m256i rows)
+{
+    __m256 sum[cols];
+#pragma GCC unroll 4
+    for (int j = 0; j < cols; ++j)
+        sum[j] = v::mul(a[0], v::broadcast(b + j * ldb));
+#pragma GCC unroll 5
+    for (int l = 1; l < 6; ++l)
+#pragma GCC unroll 4
+        for (int j = 0; j < cols; ++j)
+            sum[j] = v::mul_add(a[l], v::broadcast(b + j * ldb + l), sum[j]);
+#pragma GCC unroll 4
+    for (int j = 0; j < cols; ++j, c += ldc) {
+        if constexpr (read_c)
+            v::store(c, v::mul_add(alpha, sum[j], v::mul(beta, v::load(c, rows))), rows);
+        else
+            v::store(c, v::mul(alpha, sum[j]), rows);
+    }
+}
+
+template <bool read_c>
+[[gnu::always_inline]] inline void product(int64_t n, float alpha, const float *a, int64_t lda, const float *b,
+                                           int64_t ldb, float beta, float *c, int64_t ldc)
+{
+    const __m256i rows = _mm256_setr_epi32(-1, -1, -1, -1, -1, -1, 0, 0);
+    __m256 columns_of_a[6];
+#pragma GCC unroll 6
+    for (int l = 0; l < 6; ++l)
+        columns_of_a[l] = v::load(a + l * lda, rows);
+    const __m256 va = v::set1(alpha), vb = v::set1(beta);
+    for (; n >= 4; n -= 4, b += 4 * ldb, c += 4 * ldc)
+        columns<4, read_c>(columns_of_a, b, ldb, c, ldc, va, vb, rows);
+    for (; n > 0; --n, b += ldb, c += ldc)
+        columns<1, read_c>(columns_of_a, b, ldb, c, ldc, va, vb, rows);
+}
+} // namespace
+
+extern "C" {
+void tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6(const char *, const char *, const int64_t *, const int64_t *n,
+                                                const int64_t *, const float *alpha, const float *a, const int64_t *lda,
+                                                const float *b, const int64_t *ldb, const float *beta, float *c,
+                                                const int64_t *ldc)
+{
+    product<true>(*n, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+}
+void tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0(const char *, const char *, const int64_t *, const int64_t *n,
+                                                   const int64_t *, const float *alpha, const float *a,
+                                                   const int64_t *lda, const float *b, const int64_t *ldb,
+                                                   const float *, float *c, const int64_t *ldc)
+{
+    product<false>(*n, *alpha, a, *lda, b, *ldb, 0.0f, c, *ldc);
+}
+}

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
+// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32
+// layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
+// loop       depth unrolled by 8, remainder by 1
+// prefetch   none
+// edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns
+// measured   bench/gemm/bench_sgemm.cpp, groups tiny and small
+#include "gemm/avx512/sgemm_path_avx512.h"
+#include "gemm/body/sgemm_nocopy_kernel_body.h"
+#include "gemm/sgemm_paths.h"
+
+namespace
+{
+// Rows of a tile in vecs_ registers, the last one partly filled. Lanes beyond raise no flag: sums are masked as well.
+template <int vecs_> struct masked_rows {
+    using v = lanes<16>;
+    static constexpr int vecs = vecs_;
+    __mmask16 last;
+    inline __m512 load(const float *x, int i) const
+    {
+        return i < vecs - 1 ? v::load(x + i * 16) : v::load(x + i * 16, last);
+    }
+    inline void store(float *x, int i, __m512 value) const
+    {
+        if (i < vecs - 1)
+            v::store(x + i * 16, value);
+        else
+            v::store(x + i * 16, value, last);
+    }
+    inline void accumulate(__m512 &z, __m512 x, __m512 y, int i) const
+    {
+        if (i < vecs - 1)
+            v::accumulate(z, x, y);
+        else
+            __asm__("vfmadd231ps %2, %1, %0 %{%3%}" : "+v"(z) : "v"(x), "v"(y), "Yk"(last));
+    }
+};
+
+constexpr __mmask16 all = 0xffff;
+
+// The zeroing forms with a full mask are the plain instructions; the plain intrinsics of GCC 12 warn of the undefined
+// register that they pass on.
+template <int control> inline __m512 pairs(__m512 x, __m512 y)
+{
+    return _mm512_maskz_shuffle_ps(all, x, y, control);
+}
+template <int control> inline __m512 quarters(__m512 x, __m512 y)
+{
+    return _mm512_maskz_shuffle_f32x4(all, x, y, control);
+}
+
+// 16 rows by 16 depth steps: pairs of rows, fours, then quarters of registers twice. Steps beyond valid come out as
+// zeros: the panel has room for them. Rows beyond the last one repeat it.
+inline void transpose_16(const float *a, int64_t lda, int64_t last_row, __mmask16 valid, float *panel)
+{
+    __m512 x[16], y[16];
+#pragma GCC unroll 16
+    for (int i = 0; i < 16; ++i)
+        x[i] = vec_avx512::load(a + min_of(i, last_row) * lda, valid);
+        // y[4*g + q]: in quarter r, step 4*r + q of rows 4*g .. 4*g + 3.
+#pragma GCC unroll 4
+    for (int i = 0; i < 16; i += 4) {
+        const __m512 t0 = _mm512_maskz_unpacklo_ps(all, x[i], x[i + 1]);
+        const __m512 t1 = _mm512_maskz_unpackhi_ps(all, x[i], x[i + 1]);
+        const __m512 t2 = _mm512_maskz_unpacklo_ps(all, x[i + 2], x[i + 3]);
+        const __m512 t3 = _mm512_maskz_unpackhi_ps(all, x[i + 2], x[i + 3]);
+        y[i] = pairs<0x44>(t0, t2);
+        y[i + 1] = pairs<0xee>(t0, t2);
+        y[i + 2] = pairs<0x44>(t1, t3);
+        y[i + 3] = pairs<0xee>(t1, t3);
+    }
+#pragma GCC unroll 4
+    for (int q = 0; q < 4; ++q) {
+        const __m512 low = quarters<0x44>(y[q], y[4 + q]), high = quarters<0xee>(y[q], y[4 + q]);
+        const __m512 low2 = quarters<0x44>(y[8 + q], y[12 + q]), high2 = quarters<0xee>(y[8 + q], y[12 + q]);
+        vec_avx512::store(panel + q * 48, quarters<0x88>(low, low2));
+        vec_avx512::store(panel + (q + 4) * 48, quarters<0xdd>(low, low2));
+        vec_avx512::store(panel + (q + 8) * 48, quarters<0x88>(high, high2));
+        vec_avx512::store(panel + (q + 12) * 48, quarters<0xdd>(high, high2));
+    }
+}
+
+struct nocopy_avx512 {
+    static constexpr int tile_n = 8;
+    static constexpr int64_t panel_m = 48, whole_columns = 24;
+
+    static inline void copy(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
+    {
+        const __mmask16 m0 = vec_avx512::first(min_of(rows, 16));
+        const __mmask16 m1 = vec_avx512::first(min_of(max_of(rows - 16, 0), 16));
+        const __mmask16 m2 = vec_avx512::first(max_of(rows - 32, 0));
+        for (int64_t l = 0; l < k; ++l, a += lda, panel += panel_m) {
+            vec_avx512::store(panel, vec_avx512::load(a, m0));
+            vec_avx512::store(panel + 16, vec_avx512::load(a + 16, m1));
+            vec_avx512::store(panel + 32, vec_avx512::load(a + 32, m2));
+        }
+    }
+    static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
+    {
+        for (int64_t i = 0; i < rows; i += 16) {
+            const int64_t last_row = min_of(rows - i, 16) - 1;
+            for (int64_t l = 0; l < k; l += 16)
+                transpose_16(a + i * lda + l, lda, last_row, vec_avx512::first(min_of(k - l, 16)),
+                             panel + l * panel_m + i);
+        }
+    }
+
+    // 48 rows at a time; where 49 to 64 are left, 32 and the rest, since a tile of one register has too few sums to keep
+    // the multipliers busy.
+    template <beta_form form, class source>
+    static inline void row_tiles(const nocopy_block &x, int64_t m, const source &s, float *c)
+    {
+        for (int64_t i = 0; i < m;) {
+            const int64_t left = m - i;
+            const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
+            const float *a = s.tile(i, rows);
+            const int vecs = static_cast<int>((rows + 15) / 16);
+            const __mmask16 last = vec_avx512::first(rows - (vecs - 1) * 16);
+            if (vecs == 3)
+                row_tile<nocopy_avx512, masked_rows<3>, form>(x, {last}, a, s.depth_stride, c + i);
+            else if (vecs == 2)
+                row_tile<nocopy_avx512, masked_rows<2>, form>(x, {last}, a, s.depth_stride, c + i);
+            else
+                row_tile<nocopy_avx512, masked_rows<1>, form>(x, {last}, a, s.depth_stride, c + i);
+            i += rows;
+        }
+    }
+};
+} // namespace
+
+extern "C" {
+void tesh_blas_avx512_sgemm_kernel_nocopy_NN_b0(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, false, false, beta_form::zero>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_NN_b1(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, false, false, beta_form::one>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_NN_bn(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, false, false, beta_form::other>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_NT_b0(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, false, true, beta_form::zero>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_NT_b1(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, false, true, beta_form::one>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_NT_bn(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, false, true, beta_form::other>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_TN_b0(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, true, false, beta_form::zero>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_TN_b1(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, true, false, beta_form::one>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_TN_bn(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, true, false, beta_form::other>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_TT_b0(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, true, true, beta_form::zero>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_TT_b1(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, true, true, beta_form::one>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+void tesh_blas_avx512_sgemm_kernel_nocopy_TT_bn(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                                int64_t ldc)
+{
+    nocopy_kernel<nocopy_avx512, true, true, beta_form::other>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+}

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// C := alpha*A^T*B + beta*C with 2 to 15 columns and a depth that is long against them. Columns of A and B are contiguous
+// in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3 columns of C,
+// one register of partial sums an element, added up at the end.
+#include "frame/path/vec_avx512.h"
+#include "gemm/sgemm_paths.h"
+
+namespace
+{
+using v = vec_avx512;
+
+// The operands of one call of width 2 or 3.
+struct dots {
+    int64_t k;
+    const float *a;
+    int64_t lda;
+    const float *b;
+    int64_t ldb;
+    float *c;
+    int64_t ldc;
+    float alpha, beta;
+};
+
+inline __m256 halves(__m512 x)
+{
+    return _mm256_add_ps(_mm512_maskz_extractf32x8_ps(0xff, x, 0), _mm512_maskz_extractf32x8_ps(0xff, x, 1));
+}
+inline __m128 quarters(__m256 x)
+{
+    return _mm_add_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
+}
+
+// The sums of up to four registers, side by side.
+template <int rows> inline __m128 sums(const __m512 (&x)[rows])
+{
+    __m128 q[4];
+#pragma GCC unroll 4
+    for (int i = 0; i < 4; ++i)
+        q[i] = i < rows ? quarters(halves(x[i < rows ? i : 0])) : _mm_setzero_ps();
+    const __m128 low = _mm_add_ps(_mm_unpacklo_ps(q[0], q[1]), _mm_unpackhi_ps(q[0], q[1]));
+    const __m128 high = _mm_add_ps(_mm_unpacklo_ps(q[2], q[3]), _mm_unpackhi_ps(q[2], q[3]));
+    return _mm_add_ps(_mm_movelh_ps(low, high), _mm_movehl_ps(high, low));
+}
+
+template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64_t i)
+{
+    __m512 acc[cols][rows];
+#pragma GCC unroll 3
+    for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+        for (int r = 0; r < rows; ++r)
+            acc[j][r] = v::zero();
+    const float *a = x.a + i * x.lda, *b = x.b;
+    const auto step = [&](int64_t at) __attribute__((always_inline))
+    {
+        __m512 bv[cols];
+#pragma GCC unroll 3
+        for (int j = 0; j < cols; ++j)
+            bv[j] = v::load(b + j * x.ldb + at);
+#pragma GCC unroll 4
+        for (int r = 0; r < rows; ++r) {
+            const __m512 av = v::load(a + r * x.lda + at);
+#pragma GCC unroll 3
+            for (int j = 0; j < cols; ++j)
+                acc[j][r] = v::mul_add(av, bv[j], acc[j][r]);
+        }
+    };
+    int64_t k = x.k;
+    for (; k >= 64; k -= 64, a += 64, b += 64) {
+        step(0);
+        step(16);
+        step(32);
+        step(48);
+    }
+    for (; k >= 16; k -= 16, a += 16, b += 16)
+        step(0);
+    if (k > 0) {
+        const __mmask16 rest = v::first(k);
+        __m512 bv[cols];
+#pragma GCC unroll 3
+        for (int j = 0; j < cols; ++j)
+            bv[j] = v::load(b + j * x.ldb, rest);
+#pragma GCC unroll 4
+        for (int r = 0; r < rows; ++r) {
+            const __m512 av = v::load(a + r * x.lda, rest);
+#pragma GCC unroll 3
+            for (int j = 0; j < cols; ++j)
+                acc[j][r] = _mm512_mask3_fmadd_ps(av, bv[j], acc[j][r], rest);
+        }
+    }
+    const __m128 alpha = _mm_set1_ps(x.alpha), beta = _mm_set1_ps(x.beta);
+    constexpr __mmask8 valid = (1 << rows) - 1;
+#pragma GCC unroll 3
+    for (int j = 0; j < cols; ++j) {
+        float *c = x.c + i + j * x.ldc;
+        __m128 value = _mm_mul_ps(alpha, sums<rows>(acc[j]));
+        if constexpr (read_c)
+            value = _mm_fmadd_ps(beta, _mm_maskz_loadu_ps(valid, c), value);
+        _mm_mask_storeu_ps(c, valid, value);
+    }
+}
+
+template <int cols, bool read_c> inline void all_rows(int64_t m, const dots &x)
+{
+    int64_t i = 0;
+    for (; i + 4 <= m; i += 4)
+        tile<4, cols, read_c>(x, i);
+    if (m & 2) {
+        tile<2, cols, read_c>(x, i);
+        i += 2;
+    }
+    if (m & 1)
+        tile<1, cols, read_c>(x, i);
+}
+
+void sgemm_t_n23(int64_t m, int64_t columns, int64_t k, const float *a, int64_t lda, const float *b, int64_t ldb,
+                 float *c, int64_t ldc, float alpha, float beta)
+{
+    const dots x = {k, a, lda, b, ldb, c, ldc, alpha, beta};
+    columns & 1 ? all_rows<3, true>(m, x) : all_rows<2, true>(m, x);
+}
+void sgemm_t_n23_b0(int64_t m, int64_t columns, int64_t k, const float *a, int64_t lda, const float *b, int64_t ldb,
+                    float *c, int64_t ldc, float alpha)
+{
+    const dots x = {k, a, lda, b, ldb, c, ldc, alpha, 0.0f};
+    columns & 1 ? all_rows<3, false>(m, x) : all_rows<2, false>(m, x);
+}
+} // namespace
+
+// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2.
+extern "C" void tesh_blas_avx512_sgemm_t_smalln(const char *, const char *, const int64_t *m, const int64_t *n,
+                                                const int64_t *k, const float *alpha, const float *a,
+                                                const int64_t *lda, const float *b, const int64_t *ldb,
+                                                const float *beta, float *c, const int64_t *ldc)
+{
+    const int64_t twos = (3 - *n % 3) % 3;
+    for (int64_t j = 0, width; j < *n; j += width) {
+        width = j < 2 * twos ? 2 : 3;
+        if (*beta == 0.0f)
+            sgemm_t_n23_b0(*m, width, *k, a, *lda, b + j * *ldb, *ldb, c + j * *ldc, *ldc, *alpha);
+        else
+            sgemm_t_n23(*m, width, *k, a, *lda, b + j * *ldb, *ldb, c + j * *ldc, *ldc, *alpha, *beta);
+    }
+}

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The kernels of the no-copy path alone, every class and beta form, on operands against guard pages.
+#include <immintrin.h>
+
+#include "tests/gemm/nocopy_paths.h"
+
+namespace
+{
+using tesh_test::gemm_shape;
+using tesh_test::guard;
+using tesh_test::nocopy_path;
+
+class sgemm_kernel_nocopy : public testing::TestWithParam<const nocopy_path *>
+{
+protected:
+    const nocopy_path &p = *GetParam();
+    tesh_test::worst_ratio worst;
+
+    void TearDown() override { EXPECT_LE(worst.value, 1.0); }
+
+    // One class and beta form on a shape, both guards.
+    bool check(gemm_shape s, int transposition, int form)
+    {
+        s.transa = tesh_test::nocopy_classes[transposition][0];
+        s.transb = tesh_test::nocopy_classes[transposition][1];
+        s.beta = tesh_test::nocopy_betas[form];
+        for (const guard side : {guard::at_end, guard::at_start}) {
+            s.side = side;
+            tesh_test::expect_gemm(tesh_test::as_product(p.kernels[transposition][form]), s, &worst);
+            if (HasFatalFailure())
+                return false;
+        }
+        return true;
+    }
+    bool check_all(const gemm_shape &s)
+    {
+        for (int transposition = 0; transposition < 4; ++transposition)
+            for (int form = 0; form < 3; ++form)
+                if (!check(s, transposition, form))
+                    return false;
+        return true;
+    }
+};
+
+gemm_shape shape(std::int64_t m, std::int64_t n, std::int64_t k, std::int64_t pad = 0)
+{
+    gemm_shape s;
+    s.m = m;
+    s.n = n;
+    s.k = k;
+    s.pad_a = s.pad_b = s.pad_c = pad;
+    return s;
+}
+
+TEST_P(sgemm_kernel_nocopy, every_m_and_n_up_to_the_tile_and_beyond)
+{
+    for (std::int64_t m = 1; m <= p.tile_m + 17; ++m)
+        for (std::int64_t n = 1; n <= p.tile_n + 2; ++n)
+            for (int transposition = 0; transposition < 4; ++transposition) {
+                const int form = static_cast<int>((m + n + transposition) % 3);
+                gemm_shape s = shape(m, n, (m + n) % 2 == 0 ? 3 : 9, m % 3);
+                s.alpha = n % 2 == 0 ? 1.0f : -0.7f;
+                if (!check(s, transposition, form))
+                    return;
+            }
+}
+
+TEST_P(sgemm_kernel_nocopy, every_class_and_beta_form_on_tiles_and_their_tails)
+{
+    for (const std::int64_t m : {p.tile_m - 1, p.tile_m, 2 * p.tile_m + 3, 2 * p.tile_m + 15})
+        for (const std::int64_t n : {p.tile_n - 1, 3 * p.tile_n, 5 * p.tile_n + 1})
+            for (const float alpha : {1.0f, 0.7f}) {
+                gemm_shape s = shape(m, n, 17, 1);
+                s.alpha = alpha;
+                if (!check_all(s))
+                    return;
+            }
+}
+
+TEST_P(sgemm_kernel_nocopy, every_depth_up_to_20_and_around_the_blocks)
+{
+    std::vector<std::int64_t> depths;
+    for (std::int64_t k = 0; k <= 20; ++k)
+        depths.push_back(k);
+    for (const std::int64_t edge : {32, 96, 256, 384})
+        depths.insert(depths.end(), {edge - 1, edge, edge + 1});
+    for (const std::int64_t k : depths)
+        for (int transposition = 0; transposition < 4; ++transposition)
+            if (!check(shape(p.tile_m + 5, p.tile_n + 3, k), transposition, static_cast<int>(k % 3)))
+                return;
+}
+
+// A at an odd float, or with an odd leading dimension, is copied where more columns than the limit use it.
+TEST_P(sgemm_kernel_nocopy, badly_lying_a_on_both_sides_of_the_column_limit)
+{
+    for (const std::int64_t n : {p.whole_columns, p.whole_columns + 1, p.whole_columns + p.tile_n + 2})
+        for (const std::int64_t m : {std::int64_t{1}, p.tile_m - 3, p.tile_m, 2 * p.tile_m + 5})
+            for (const std::int64_t pad : {0, 1})
+                for (const std::size_t shift : {0u, 4u, 8u}) {
+                    gemm_shape s = shape(m, n, 11, pad);
+                    s.shift_bytes = shift;
+                    for (int transposition = 0; transposition < 4; ++transposition)
+                        if (!check(s, transposition, static_cast<int>((m + pad) % 3)))
+                            return;
+                }
+}
+
+TEST_P(sgemm_kernel_nocopy, operands_of_any_alignment)
+{
+    for (std::size_t shift = 0; shift < 64; shift += 4) {
+        gemm_shape s = shape(p.tile_m + 7, p.tile_n + 3, 10, 2);
+        s.shift_bytes = shift;
+        for (int transposition = 0; transposition < 4; ++transposition)
+            if (!check(s, transposition, static_cast<int>(shift / 4 % 3)))
+                return;
+    }
+}
+
+// A lane or a depth step beyond an operand holds nothing that an infinity could turn into a NaN, and raises no flag.
+TEST_P(sgemm_kernel_nocopy, infinities_stay_in_their_row_and_column_and_raise_no_flag)
+{
+    for (int transposition = 0; transposition < 4; ++transposition)
+        for (std::int64_t m = 1; m <= p.tile_m + 1; ++m)
+            for (std::int64_t n = 1; n <= p.tile_n + 1; ++n) {
+                gemm_shape s = shape(m, n, 3);
+                s.transa = tesh_test::nocopy_classes[transposition][0];
+                s.transb = tesh_test::nocopy_classes[transposition][1];
+                tesh_test::gemm_operands x(s);
+                for (float &value : x.a)
+                    value = 1.0f;
+                for (float &value : x.b)
+                    value = 1.0f;
+                for (float &value : x.c)
+                    value = 1.0f;
+                const std::int64_t last = s.transb == 'N' ? (n - 1) * s.ldb() : n - 1; // element (0, n-1) of op(B)
+                x.b[static_cast<std::size_t>(last)] = INFINITY;
+                const unsigned clean = _mm_getcsr() & ~0x3fu;
+                _mm_setcsr(clean);
+                x.run(tesh_test::as_product(p.kernels[transposition][1]));
+                ASSERT_EQ(_mm_getcsr() & 0x3fu, 0u) << s.name();
+                for (std::int64_t j = 0; j < n; ++j)
+                    for (std::int64_t i = 0; i < m; ++i)
+                        ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)], j == n - 1 ? INFINITY : 4.0f)
+                            << s.name();
+            }
+}
+
+TEST_P(sgemm_kernel_nocopy, a_nan_of_a_fills_its_row_alone)
+{
+    const std::int64_t m = p.tile_m + 3, n = p.tile_n + 1;
+    for (int transposition = 0; transposition < 4; ++transposition)
+        for (const std::int64_t row : {std::int64_t{0}, p.tile_m - 1, m - 1}) {
+            gemm_shape s = shape(m, n, 9, 1);
+            s.transa = tesh_test::nocopy_classes[transposition][0];
+            s.transb = tesh_test::nocopy_classes[transposition][1];
+            s.beta = 1.0f;
+            tesh_test::gemm_operands x(s);
+            x.a[static_cast<std::size_t>(s.transa == 'N' ? row + 8 * s.lda() : 8 + row * s.lda())] = NAN;
+            x.run(tesh_test::as_product(p.kernels[transposition][1]));
+            tesh_test::expect_gemm_result(x, false, &worst);
+        }
+}
+
+TEST_P(sgemm_kernel_nocopy, nan_alpha_and_nan_beta_reach_every_element)
+{
+    for (int transposition = 0; transposition < 4; ++transposition) {
+        for (int form = 0; form < 3; ++form) {
+            for (const bool in_alpha : {true, false}) {
+                if (!in_alpha && form != 2)
+                    continue;
+                gemm_shape s = shape(p.tile_m + 1, p.tile_n + 1, 4);
+                s.transa = tesh_test::nocopy_classes[transposition][0];
+                s.transb = tesh_test::nocopy_classes[transposition][1];
+                s.alpha = in_alpha ? NAN : 1.0f;
+                s.beta = in_alpha ? tesh_test::nocopy_betas[form] : NAN;
+                tesh_test::gemm_operands x(s);
+                x.run(tesh_test::as_product(p.kernels[transposition][form]));
+                for (const float value : x.c)
+                    ASSERT_TRUE(std::isnan(value)) << s.name();
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(paths, sgemm_kernel_nocopy, testing::ValuesIn(tesh_test::nocopy_paths_to_run()),
+                         tesh_test::nocopy_path_name);
+} // namespace
