@@ -99,6 +99,25 @@ TEST(first_use, one_setting_wins)
     }
 }
 
+TEST(first_use, a_setting_that_waits_for_detection_comes_too_late)
+{
+    on_processor("avx512_e5", {}, [] {
+        EXPECT_EQ(tesh_serv_cbwr_get(1), 1);
+        tesh_serv_lock(&TESH_Detect_Cpu_Global_Lock);
+        int32_t answers[2] = {0, 0};
+        std::thread equal([&] { answers[0] = tesh_serv_cbwr_set(1); }),
+            other([&] { answers[1] = tesh_serv_cbwr_set(8); });
+        usleep(100000); // both have found no processor type, and wait
+        EXPECT_EQ(__tesh_cpu_detect_and_load_dll(), 0);
+        tesh_serv_unlock(&TESH_Detect_Cpu_Global_Lock);
+        equal.join();
+        other.join();
+        EXPECT_EQ(answers[0], -8);
+        EXPECT_EQ(answers[1], -8);
+        EXPECT_EQ(tesh_serv_cbwr_get(1), 1);
+    });
+}
+
 TEST(first_use, limits_are_set_whole)
 {
     for (int repetition = 0; repetition < 20; ++repetition) {

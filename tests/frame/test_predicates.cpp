@@ -161,6 +161,10 @@ TEST(predicates, vector_lengths_follow_the_branch)
         expect("avx10_1", {{"TESH_CBWR", row.branch}}, tesh_serv_cpuhas256bit_vector, row.has256);
         expect("avx10_1", {{"TESH_CBWR", row.branch}}, tesh_serv_cpuhas512bit_vector, row.has512);
     }
+    on_processor("avx10_1", {}, [] {
+        EXPECT_EQ(tesh_serv_cbwr_set(9), 0);
+        EXPECT_EQ(tesh_serv_cpuhas256bit_vector(), 0) << "branches above 9";
+    });
     expect("avx10_2_short", {}, tesh_serv_cpuhas512bit_vector, 0);
     expect("avx10_1", {{"TESH_ENABLE_INSTRUCTIONS", "AVX2"}}, tesh_serv_cpuhas256bit_vector, 1);
     expect("avx10_1", {{"TESH_ENABLE_INSTRUCTIONS", "AVX2"}}, tesh_serv_cpuhas512bit_vector, 0);
