@@ -182,7 +182,8 @@ void disable_features(feature_mask *found)
     char list[512];
     __libtesh_libc_getenv_from_proc("ORVAN_ISA_DISABLE", list, sizeof list);
     __libtesh_isa_init_once();
-    uint64_t disabled[2] = {0, 0};
+    uint64_t disabled[2]; // not by an initialiser: that can become a call of the C library's (vector) memset
+    disabled[0] = disabled[1] = 0;
     for (const char *item = list; *item != 0;) {
         const char *end = item;
         while (*end != 0 && *end != ',')
