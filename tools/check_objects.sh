@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 # check_objects.sh BUILD_DIR: no object holds an instruction that its code path may not use, no path object holds a weak symbol,
-# load-time code, or a call to anything but memcpy, memset and the library itself, and no register kernel spills.
+# load-time code, or a call to anything but memcpy, memset and the library itself, no register kernel spills,
+# and what runs among the caller's live vector registers touches none.
 set -euo pipefail
 build=${1:?usage: check_objects.sh BUILD_DIR}
 root="$build/CMakeFiles/tesh_objects.dir"
@@ -30,6 +31,15 @@ while IFS= read -r object; do
             bad=$(echo "$code" | grep -E 'tmm[0-9]' | head -n 3 || true) ;;
     esac
     [ -z "$bad" ] || complain "$name: instruction beyond the path: $bad"
+
+    # Runs while the caller's vector registers are live: touches none, and calls nothing that may.
+    case "$name" in
+        *general_regs/*)
+            live=$(echo "$code" | grep -E '[xyzt]mm[0-9]|[ ,]k[0-7]([ ,]|$)|st\([0-7]\)' | head -n 3 || true)
+            [ -z "$live" ] || complain "$name: vector register: $live"
+            calls=$(nm -u "$object" | awk '{print $NF}' | grep -vE '^(__libtesh_.*|processor_.*|trusted_vendor_listed|proc_info_features|detect_vendor_answer|_GLOBAL_OFFSET_TABLE_)$' | head -n 3 || true)
+            [ -z "$calls" ] || complain "$name: calls $calls" ;;
+    esac
 
     if [ -n "$(objdump -h "$object" | grep -E '\.(init|preinit)_array|\.ctors' || true)" ]; then
         case "$name" in

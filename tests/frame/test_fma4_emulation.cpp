@@ -155,7 +155,7 @@ TEST_F(fma4_emulation, rounds_as_the_program_asked)
         float f[6][8];
         all_wide_float(f);
         volatile float a = a8[7], b = b8[7], c = c8[7];
-        const float reference = std::fma(a, b, c);
+        const volatile float reference = std::fma(a, b, c);
         std::fesetround(FE_TONEAREST);
         EXPECT_EQ(f[0][7], reference) << mode;
     }
