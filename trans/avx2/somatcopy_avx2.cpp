@@ -3,7 +3,7 @@
 // prefetches.
 #include "frame/path/vec_avx2.h"
 #include "trans/body/somatcopy2_n_body.h"
-#include "trans/body/somatcopy2_t_body.h"
+#include "trans/body/somatcopy2_t_panels_body.h"
 #include "trans/body/somatcopy_body.h"
 #include "trans/body/tile_8.h"
 #include "trans/body/unrollcopy_body.h"
@@ -15,7 +15,8 @@ struct somatcopy_avx2 {
     static constexpr auto seq = tesh_trans_avx2_tesh_somatcopy2_seq;
     static constexpr auto n = tesh_trans_avx2_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_avx2_tesh_somatcopy2_t;
-    using tile = tile_8;
+    using moves = wide_8;
+    using block = block_of_tiles<wide_8, false>;
     static constexpr uint64_t aligned_bytes = 32; // of B, for whole lines
     static void one_line(uint64_t n, const float *a, float *b, uint64_t ldb) { move_strided(n, a, 1, b, ldb); }
     static void one_column(uint64_t n, const float *a, uint64_t lda, float *b) { move_strided(n, a, lda, b, 1); }

@@ -26,14 +26,6 @@ struct line_avx512 : vec_avx512 {
         store(y, mul(set1(alpha), load(x, rest)), rest);
     }
 };
-
-struct square_tile_avx512 {
-    [[gnu::always_inline]] static inline void strans(float *a, uint64_t lda) { strans_by_4<square_tile>(a, lda); }
-    [[gnu::always_inline]] static inline void sswap(float *p, float *q, uint64_t lda)
-    {
-        sswap_by_4<square_tile>(p, q, lda);
-    }
-};
 } // namespace
 
 extern "C" {
@@ -72,28 +64,28 @@ int32_t tesh_trans_avx512_ssqtrans(float *a, uint64_t n, uint64_t lda)
 
 void tesh_trans_avx512_ssqtrans_fit_64(float *a, uint64_t n, uint64_t lda)
 {
-    ssqtrans_fit_64_body<square_tile_avx512>(a, n, lda);
+    ssqtrans_fit_64_body<square_tile_inline>(a, n, lda);
 }
 
 void tesh_trans_avx512_avx_strans_block_16x16(float *a, uint64_t lda)
 {
-    square_tile_avx512::strans(a, lda);
+    square_tile_inline::strans(a, lda);
 }
 
 void tesh_trans_avx512_avx_sswap_blocks_16x16(float *p, float *q, uint64_t lda)
 {
-    square_tile_avx512::sswap(p, q, lda);
+    square_tile_inline::sswap(p, q, lda);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker,
                                                     uint64_t workers)
 {
-    simatcopy_square_t_team_body<square_tile_avx512>(n, a, lda, worker, workers);
+    simatcopy_square_t_team_body<square_tile_inline>(n, a, lda, worker, workers);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t_64x64n(float *p, float *q, uint64_t lda, int32_t diagonal)
 {
-    simatcopy_square_t_64x64n_body<square_tile_avx512>(p, q, lda, diagonal);
+    simatcopy_square_t_64x64n_body<square_tile_inline>(p, q, lda, diagonal);
 }
 
 void tesh_trans_avx512_ssqtrans_team(float *, uint64_t, uint64_t, uint64_t, uint64_t, int32_t *team_class)

@@ -3,7 +3,7 @@
 // 64-byte ladder with non-temporal rounds.
 #include "trans/avx512/strided_avx512.h"
 #include "trans/body/somatcopy2_n_body.h"
-#include "trans/body/somatcopy2_t_body.h"
+#include "trans/body/somatcopy2_t_panels_body.h"
 #include "trans/body/somatcopy_body.h"
 #include "trans/body/tile_16.h"
 #include "trans/body/unrollcopy_body.h"
@@ -18,7 +18,8 @@ struct somatcopy_avx512 {
     static constexpr auto seq = tesh_trans_avx512_tesh_somatcopy2_seq;
     static constexpr auto n = tesh_trans_avx512_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_avx512_tesh_somatcopy2_t;
-    using tile = tile_16;
+    using moves = wide_16;
+    using block = block_of_tiles<wide_16, false>;
     static constexpr uint64_t aligned_bytes = 64; // of B, for whole lines
     static void one_line(uint64_t n, const float *a, float *b, uint64_t ldb)
     {

@@ -27,6 +27,7 @@ inline void exchange_scaled(float *x, float *y, float alpha)
     load_4(y, q, lda);
     transpose_4(x);
     transpose_4(y);
+#pragma GCC unroll 4
     for (int i = 0; i < 4; ++i) {
         x[i] = _mm_mul_ps(av, x[i]);
         y[i] = _mm_mul_ps(av, y[i]);

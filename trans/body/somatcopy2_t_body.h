@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// b[j*ldb + i*strideb] := alpha*a[i*lda + j*stridea], of the paths with block kernels (mc3, avx2, avx512).
+// b[j*ldb + i*strideb] := alpha*a[i*lda + j*stridea], what the paths with block kernels share (mc3, avx2, avx512), and
+// mc3's walk.
 //
 // alpha = 1 with unit strides goes by blocks of source lines whose height follows from the leading dimensions alone; all
 // else goes by recursion.
@@ -12,9 +13,6 @@ constexpr uint64_t page_bytes = 4096;
 constexpr uint32_t area_bytes_16_lines = 0x1000000; // [bytes] ldb*lda*4 below which a block has 16 lines, at which 8
 constexpr uint64_t block_lines_most = 48;           // [lines] of a grouped block, and room to spare
 constexpr uint64_t aliased_group = 16;              // [columns]
-constexpr uint64_t kernel_least_outer = 5;          // [lines] below: the direct loop
-constexpr uint64_t panel_columns_narrow = 1024, panel_columns_wide = 4096;
-constexpr uint64_t panel_narrow_most = 512; // [elements] lda up to which a panel is narrow
 
 // y[j*stridey] := x[j*stridex], one line to a column or a column to a line.
 inline void move_strided(uint64_t n, const float *x, uint64_t stridex, float *y, uint64_t stridey)
@@ -50,27 +48,6 @@ constexpr trans_blocking aligned_blocking(uint64_t lda, uint64_t ldb)
                                          : page_blocking<8>(lda, ldb);
 }
 
-// One block. With group > 1 each line is touched with group adjacent elements at a time, which go through a buffer on
-// the stack and leave as whole lines of B.
-template <class tile>
-void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
-                                                      float *b, uint64_t ldb, uint64_t group)
-{
-    if (group == 1) {
-        trans_took(trans_route_kernel);
-        transpose_block<tile, false>(rows, cols, a, lda, b, ldb, 1.0f);
-        return;
-    }
-    trans_took(trans_route_kernel_grouped);
-    alignas(64) float buffer[aliased_group * block_lines_most];
-    for (uint64_t first = 0; first < cols; first += group) {
-        const uint64_t width = cols - first < group ? cols - first : group;
-        transpose_block<tile, false>(rows, width, a + first, lda, buffer, rows, 1.0f);
-        for (uint64_t k = 0; k < width; ++k)
-            __builtin_memcpy(b + (first + k) * ldb, buffer + k * rows, rows * sizeof *b);
-    }
-}
-
 // What all the paths share: true when the work is done.
 template <class path>
 bool somatcopy2_t_simple(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea, float *b,
@@ -79,9 +56,9 @@ bool somatcopy2_t_simple(uint64_t n_outer, uint64_t n_inner, const float *a, uin
     if (n_outer == 0 || n_inner == 0)
         return true;
     if (!(alpha == 1.0f)) {
-        tesh_xomatcopy2_rec_t<typename path::tile>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
+        tesh_xomatcopy2_rec_t<typename path::block>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
     } else if (stridea != 1 || strideb != 1 || lda == 0 || ldb == 0) {
-        tesh_xomatcopy2_rec_t_1<typename path::tile>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
+        tesh_xomatcopy2_rec_t_1<typename path::block>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
     } else if (n_outer == 1) {
         trans_took(trans_route_one_line);
         path::one_line(n_inner, a, b, ldb);
@@ -94,6 +71,26 @@ bool somatcopy2_t_simple(uint64_t n_outer, uint64_t n_inner, const float *a, uin
     return true;
 }
 
+// One block. With group > 1 each line is touched with group adjacent elements at a time, which go through a buffer on
+// the stack and leave as whole lines of B.
+inline void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
+                                                             float *b, uint64_t ldb, uint64_t group)
+{
+    if (group == 1) {
+        trans_took(trans_route_kernel);
+        transpose_block<tile_4, false>(rows, cols, a, lda, b, ldb, 1.0f);
+        return;
+    }
+    trans_took(trans_route_kernel_grouped);
+    alignas(64) float buffer[aliased_group * block_lines_most];
+    for (uint64_t first = 0; first < cols; first += group) {
+        const uint64_t width = cols - first < group ? cols - first : group;
+        transpose_block<tile_4, false>(rows, width, a + first, lda, buffer, rows, 1.0f);
+        for (uint64_t k = 0; k < width; ++k)
+            __builtin_memcpy(b + (first + k) * ldb, buffer + k * rows, rows * sizeof *b);
+    }
+}
+
 // mc3: blocks of lines with all their columns.
 template <class path>
 void somatcopy2_t_blocks(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea, float *b,
@@ -103,29 +100,7 @@ void somatcopy2_t_blocks(uint64_t n_outer, uint64_t n_inner, const float *a, uin
         return;
     const trans_blocking by = page_blocking<1>(lda, ldb);
     for (uint64_t i = 0; i < n_outer; i += by.block)
-        xomatcopy_blk_t_one_transpose_kernel_by_src_rows<typename path::tile>(
-            n_outer - i < by.block ? n_outer - i : by.block, n_inner, a + i * lda, lda, b + i, ldb, by.group);
-}
-
-// avx2, avx512: panels of columns, in each of them blocks of lines, where B is aligned to a register. Elsewhere no line
-// of B can be stored whole, and the direct loop does it.
-template <class path>
-void somatcopy2_t_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea, float *b,
-                         uint64_t ldb, uint64_t strideb, float alpha)
-{
-    if (somatcopy2_t_simple<path>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha))
-        return;
-    if (reinterpret_cast<uintptr_t>(b) % path::aligned_bytes != 0 || n_outer < kernel_least_outer) {
-        trans_took(trans_route_direct);
-        transpose_block<typename path::tile, false>(n_outer, n_inner, a, lda, b, ldb, 1.0f);
-        return;
-    }
-    const trans_blocking by = aligned_blocking(lda, ldb);
-    const uint64_t panel = lda <= panel_narrow_most ? panel_columns_narrow : panel_columns_wide;
-    for (uint64_t j = 0; j < n_inner; j += panel)
-        for (uint64_t i = 0; i < n_outer; i += by.block)
-            xomatcopy_blk_t_one_transpose_kernel_by_src_rows<typename path::tile>(
-                n_outer - i < by.block ? n_outer - i : by.block, n_inner - j < panel ? n_inner - j : panel,
-                a + i * lda + j, lda, b + j * ldb + i, ldb, by.group);
+        xomatcopy_blk_t_one_transpose_kernel_by_src_rows(n_outer - i < by.block ? n_outer - i : by.block, n_inner,
+                                                         a + i * lda, lda, b + i, ldb, by.group);
 }
 } // namespace

@@ -20,16 +20,25 @@ template <uint64_t side> [[gnu::always_inline]] inline void strans_by_4(float *a
     }
 }
 
-// p, q := q^T, p^T, side x side each.
-template <uint64_t side> [[gnu::always_inline]] inline void sswap_by_4(float *p, float *q, uint64_t lda)
+// p, q := q^T, p^T, 8 x 8 each.
+[[gnu::always_inline]] inline void sswap_8_by_4(float *p, float *q, uint64_t lda)
 {
-#pragma GCC unroll 4
-    for (uint64_t i = 0; i < side; i += 4) {
-#pragma GCC unroll 4
-        for (uint64_t j = 0; j < side; j += 4)
+#pragma GCC unroll 2
+    for (uint64_t i = 0; i < 8; i += 4) {
+#pragma GCC unroll 2
+        for (uint64_t j = 0; j < 8; j += 4)
             swap_4x4(p + i * lda + j, q + j * lda + i, lda);
     }
 }
+
+// Those of avx512: the same blocks, all inlined.
+struct square_tile_inline {
+    [[gnu::always_inline]] static inline void strans(float *a, uint64_t lda) { strans_by_4<16>(a, lda); }
+    [[gnu::always_inline]] static inline void sswap(float *p, float *q, uint64_t lda)
+    {
+        sswap_16<sswap_8_by_4>(p, q, lda);
+    }
+};
 
 // The 16 x 16 tiles of def and mc3: 8 x 8 blocks, those of p crosswise with those of q.
 template <auto strans_8, auto sswap_8> struct square_tile_of_8 {
@@ -39,12 +48,6 @@ template <auto strans_8, auto sswap_8> struct square_tile_of_8 {
         sswap_8(a + 8, a + 8 * lda, lda);
         strans_8(a + 8 * lda + 8, lda);
     }
-    static inline void sswap(float *p, float *q, uint64_t lda)
-    {
-        sswap_8(p, q, lda);
-        sswap_8(p + 8, q + 8 * lda, lda);
-        sswap_8(p + 8 * lda, q + 8, lda);
-        sswap_8(p + 8 * lda + 8, q + 8 * lda + 8, lda);
-    }
+    static inline void sswap(float *p, float *q, uint64_t lda) { sswap_16<sswap_8>(p, q, lda); }
 };
 } // namespace

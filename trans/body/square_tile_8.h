@@ -63,10 +63,7 @@ struct square_tile_8 {
     }
     [[gnu::always_inline]] static inline void sswap(float *p, float *q, uint64_t lda)
     {
-        sswap_8x8(p, q, lda);
-        sswap_8x8(p + 8, q + 8 * lda, lda);
-        sswap_8x8(p + 8 * lda, q + 8, lda);
-        sswap_8x8(p + 8 * lda + 8, q + 8 * lda + 8, lda);
+        sswap_16<sswap_8x8>(p, q, lda);
     }
 };
 } // namespace

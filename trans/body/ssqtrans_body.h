@@ -34,12 +34,14 @@ inline void exchange(float *x, float *y)
 
 [[gnu::always_inline]] inline void load_4(__m128 (&r)[4], const float *a, uint64_t lda)
 {
+#pragma GCC unroll 4
     for (uint64_t i = 0; i < 4; ++i)
         r[i] = _mm_loadu_ps(a + i * lda);
 }
 
 [[gnu::always_inline]] inline void store_4(const __m128 (&r)[4], float *a, uint64_t lda)
 {
+#pragma GCC unroll 4
     for (uint64_t i = 0; i < 4; ++i)
         _mm_storeu_ps(a + i * lda, r[i]);
 }
@@ -54,6 +56,17 @@ inline void exchange(float *x, float *y)
     transpose_4(y);
     store_4(y, p, lda);
     store_4(x, q, lda);
+}
+
+// p, q := q^T, p^T, 16 x 16 each, from swaps of 8 x 8 blocks. The order goes there and back: with lines at multiples of
+// 4096 bytes the 16 lines of a tile share one set of the first cache, which holds fewer, and so 8 of them come in twice,
+// not 16.
+template <auto swap_8> [[gnu::always_inline]] inline void sswap_16(float *p, float *q, uint64_t lda)
+{
+    swap_8(p, q, lda);
+    swap_8(p + 8, q + 8 * lda, lda);
+    swap_8(p + 8 * lda + 8, q + 8 * lda + 8, lda);
+    swap_8(p + 8 * lda, q + 8, lda);
 }
 
 // Rows first .. below, columns corner .. corner + width - 1, against the mirrored strip.

@@ -75,7 +75,7 @@ void tesh_trans_def_def_strans_block_8x8(float *a, uint64_t lda)
 
 void tesh_trans_def_def_sswap_blocks_8x8(float *p, float *q, uint64_t lda)
 {
-    sswap_by_4<8>(p, q, lda);
+    sswap_8_by_4(p, q, lda);
 }
 
 void tesh_trans_def_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker, uint64_t workers)

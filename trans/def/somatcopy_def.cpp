@@ -43,9 +43,9 @@ void tesh_trans_def_tesh_somatcopy2_t(uint64_t n_outer, uint64_t n_inner, const 
     if (n_outer == 0 || n_inner == 0)
         return;
     if (alpha == 1.0f)
-        tesh_xomatcopy2_rec_t_1<tile_4>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
+        tesh_xomatcopy2_rec_t_1<block_of_4>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
     else
-        tesh_xomatcopy2_rec_t<tile_4>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
+        tesh_xomatcopy2_rec_t<block_of_4>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
 }
 
 void tesh_trans_def_tesh_unrollcopy(void *dest, uint64_t dest_capacity, const void *src, uint64_t count)

@@ -13,7 +13,7 @@ struct somatcopy_mc3 {
     static constexpr auto seq = tesh_trans_mc3_tesh_somatcopy2_seq;
     static constexpr auto n = tesh_trans_mc3_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_mc3_tesh_somatcopy2_t;
-    using tile = tile_4;
+    using block = block_of_4;
     static void one_line(uint64_t n, const float *a, float *b, uint64_t ldb) { move_strided(n, a, 1, b, ldb); }
     static void one_column(uint64_t n, const float *a, uint64_t lda, float *b) { move_strided(n, a, lda, b, 1); }
 };
