@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// In-place copy and transposition, avx512 path: 16 x 16 tiles of 4 x 4 blocks in 128-bit registers; rests of
-// lines under a mask.
+// In-place copy and transposition, avx512 path: 16 x 16 tiles in 512-bit registers; rests of lines under a
+// mask.
 #include "frame/path/vec_avx512.h"
 #include "trans/body/simatcopy_body.h"
 #include "trans/body/simatcopy_mipt_t_body.h"
 #include "trans/body/simatcopy_square_t_body.h"
-#include "trans/body/square_tile_4.h"
+#include "trans/body/square_tile_16.h"
 #include "trans/trans_paths.h"
 
 namespace
@@ -64,28 +64,28 @@ int32_t tesh_trans_avx512_ssqtrans(float *a, uint64_t n, uint64_t lda)
 
 void tesh_trans_avx512_ssqtrans_fit_64(float *a, uint64_t n, uint64_t lda)
 {
-    ssqtrans_fit_64_body<square_tile_inline>(a, n, lda);
+    ssqtrans_fit_64_body<square_tile_16>(a, n, lda);
 }
 
 void tesh_trans_avx512_avx_strans_block_16x16(float *a, uint64_t lda)
 {
-    square_tile_inline::strans(a, lda);
+    square_tile_16::strans(a, lda);
 }
 
 void tesh_trans_avx512_avx_sswap_blocks_16x16(float *p, float *q, uint64_t lda)
 {
-    square_tile_inline::sswap(p, q, lda);
+    square_tile_16::sswap(p, q, lda);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker,
                                                     uint64_t workers)
 {
-    simatcopy_square_t_team_body<square_tile_inline>(n, a, lda, worker, workers);
+    simatcopy_square_t_team_body<square_tile_16>(n, a, lda, worker, workers);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t_64x64n(float *p, float *q, uint64_t lda, int32_t diagonal)
 {
-    simatcopy_square_t_64x64n_body<square_tile_inline>(p, q, lda, diagonal);
+    simatcopy_square_t_64x64n_body<square_tile_16>(p, q, lda, diagonal);
 }
 
 void tesh_trans_avx512_ssqtrans_team(float *, uint64_t, uint64_t, uint64_t, uint64_t, int32_t *team_class)

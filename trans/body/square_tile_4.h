@@ -31,15 +31,6 @@ template <uint64_t side> [[gnu::always_inline]] inline void strans_by_4(float *a
     }
 }
 
-// Those of avx512: the same blocks, all inlined.
-struct square_tile_inline {
-    [[gnu::always_inline]] static inline void strans(float *a, uint64_t lda) { strans_by_4<16>(a, lda); }
-    [[gnu::always_inline]] static inline void sswap(float *p, float *q, uint64_t lda)
-    {
-        sswap_16<sswap_8_by_4>(p, q, lda);
-    }
-};
-
 // The 16 x 16 tiles of def and mc3: 8 x 8 blocks, those of p crosswise with those of q.
 template <auto strans_8, auto sswap_8> struct square_tile_of_8 {
     static inline void strans(float *a, uint64_t lda)

@@ -12,6 +12,10 @@ namespace
 constexpr uint64_t square_tile = 16;                  // [elements]
 constexpr uint64_t square_large_above_bytes = 262144; // [bytes] of the square, above which pairs go in shells
 
+constexpr uint64_t square_ahead = 4;      // [tiles] of prefetch
+constexpr uint64_t square_aliased = 1024; // [elements] of a page: lines at multiples of it share cache sets
+constexpr uint64_t square_aliased_least_bytes = uint64_t(12) << 20, square_least_bytes = uint64_t(24) << 20;
+
 inline void exchange(float *x, float *y)
 {
     uint32_t xbits, ybits; // as integers: no arithmetic touches the values
@@ -112,19 +116,41 @@ template <class t> struct square_tiles {
 
     // The anti-diagonal, then shells from the outside in: each walks its upper row strip and its right column strip from
     // the diagonal towards the anti-diagonal, so that a strip's lines stay in cache while the mirrored strip is walked.
-    void swap_shells(uint64_t tiles) const
+    // ahead: tiles by which the walk is run ahead of with prefetches; past a strip's end they fetch what is not needed.
+    template <uint64_t ahead> void swap_shells(uint64_t tiles) const
     {
         for (uint64_t k = 0; k < tiles / 2; ++k)
             swap(k, tiles - 1 - k);
         for (uint64_t k = 0; k + 1 + k + 1 < tiles; ++k) {
             const uint64_t last = tiles - 1 - k;
             for (uint64_t s = 0; k + 1 + s < last; ++s) {
+                if constexpr (ahead > 0) {
+                    fetch(k, k + 1 + s + ahead);
+                    fetch(k + 1 + s + ahead, k);
+                    fetch(last - 1 - s - ahead, last);
+                    fetch(last, last - 1 - s - ahead);
+                }
                 swap(k, k + 1 + s);
                 swap(last - 1 - s, last);
             }
         }
     }
+
+private:
+    void fetch(uint64_t i, uint64_t j) const
+    {
+        const uintptr_t first = reinterpret_cast<uintptr_t>(a) + sizeof *a * square_tile * (i * lda + j);
+#pragma GCC unroll 16
+        for (uint64_t line = 0; line < square_tile; ++line)
+            _mm_prefetch(reinterpret_cast<const char *>(first + line * lda * sizeof *a), _MM_HINT_T1);
+    }
 };
+
+// Whether the square is so large, or its lines meet in so few cache sets, that the processor's own prefetchers fail.
+inline bool needs_prefetch(uint64_t n, uint64_t lda)
+{
+    return n * n * sizeof(float) >= (lda % square_aliased == 0 ? square_aliased_least_bytes : square_least_bytes);
+}
 
 template <class t> void ssqtrans_fit_64_body(float *a, uint64_t n, uint64_t lda)
 {
@@ -135,7 +161,10 @@ template <class t> void ssqtrans_fit_64_body(float *a, uint64_t n, uint64_t lda)
         square.transpose(k);
     if (n * n * sizeof *a > square_large_above_bytes) {
         trans_took(trans_route_fit_64_large);
-        square.swap_shells(tiles);
+        if (needs_prefetch(n, lda))
+            square.template swap_shells<square_ahead>(tiles);
+        else
+            square.template swap_shells<0>(tiles);
     } else {
         square.swap_rows(tiles);
     }
