@@ -27,57 +27,87 @@ struct quotient_by_division {
     uint64_t operator()(uint64_t p) const { return p / divisor; }
 };
 
-template <class quotient> struct cycle_walk {
+// The walk over an array whose lines hold more than the matrix.
+template <class quotient> struct cycles_padded {
     uint64_t n_outer, n_inner; // of the source
     uint64_t lda, ldb;
     quotient over_lda;
 
-    // A position and where it lies in lines of lda.
-    struct place {
-        uint64_t position, line, column;
-    };
-    place at(uint64_t p) const
+    cycles_padded(uint64_t outer, uint64_t inner, uint64_t ld_source, uint64_t ld_result)
+        : n_outer(outer), n_inner(inner), lda(ld_source), ldb(ld_result), over_lda(ld_source)
+    {
+    }
+    uint64_t next(uint64_t p) const
     {
         const uint64_t line = over_lda(p);
-        return {p, line, p - line * lda};
+        return (p - line * lda) * ldb + line;
     }
-    place next(const place &p) const { return at(p.column * ldb + p.line); }
-    bool is_source(const place &p) const { return p.column < n_inner && p.line < n_outer; }
-
-    bool is_leader(const place &p) const
+    bool is_in_columns(uint64_t p) const { return p - over_lda(p) * lda < n_inner; }
+    bool is_source(uint64_t p) const
     {
-        place q = next(p);
-        while (q.position > p.position || q.column >= n_inner)
-            q = next(q);
-        return q.position == p.position;
-    }
-
-    // Moves the cycle of a leader; answers how many elements landed.
-    uint64_t move(const place &leader, float *a, float alpha) const
-    {
-        uint64_t landed = 0;
-        float hold = a[leader.position];
-        bool holds = true;
-        place to = leader;
-        do {
-            to = next(to);
-            const bool saves = is_source(to);
-            const float save = saves ? a[to.position] : 0.0f;
-            if (holds) {
-                a[to.position] = alpha * hold;
-                ++landed;
-            }
-            hold = save;
-            holds = saves;
-        } while (to.position != leader.position);
-        return landed;
+        const uint64_t line = over_lda(p);
+        return line < n_outer && p - line * lda < n_inner;
     }
 };
 
-template <class quotient>
+// Without padding every position is a source, and f(p) = p*M - (p div L)*(L*M - 1).
+template <class quotient> struct cycles_tight {
+    uint64_t ldb, last;
+    quotient over_lda;
+
+    cycles_tight(uint64_t, uint64_t, uint64_t ld_source, uint64_t ld_result)
+        : ldb(ld_result), last(ld_source * ld_result - 1), over_lda(ld_source)
+    {
+    }
+    uint64_t next(uint64_t p) const { return p * ldb - over_lda(p) * last; }
+    bool is_in_columns(uint64_t) const { return true; }
+    bool is_source(uint64_t) const { return true; }
+};
+
+// The first steps run without a branch of their own, so that the walks of several elements overlap: they find most of the
+// elements that are no leaders.
+template <class cycles> inline bool is_leader(const cycles &walk, uint64_t p)
+{
+    constexpr int screened = 4; // [steps]
+    uint64_t q = p;
+    bool lower = false;
+#pragma GCC unroll 4
+    for (int step = 0; step < screened; ++step) {
+        q = walk.next(q);
+        lower |= q < p && walk.is_in_columns(q);
+    }
+    if (lower)
+        return false;
+    q = walk.next(p);
+    while (q > p || !walk.is_in_columns(q))
+        q = walk.next(q);
+    return q == p;
+}
+
+// Moves the cycle of a leader; answers how many elements landed.
+template <class cycles> uint64_t move_cycle(const cycles &walk, uint64_t leader, float *a, float alpha)
+{
+    uint64_t landed = 0, to = leader;
+    float hold = a[leader];
+    bool holds = true;
+    do {
+        to = walk.next(to);
+        const bool saves = walk.is_source(to);
+        const float save = saves ? a[to] : 0.0f;
+        if (holds) {
+            a[to] = alpha * hold;
+            ++landed;
+        }
+        hold = save;
+        holds = saves;
+    } while (to != leader);
+    return landed;
+}
+
+template <class cycles>
 void simatcopy_cycles(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
 {
-    const cycle_walk<quotient> walk{n_outer, n_inner, lda, ldb, quotient(lda)};
+    const cycles walk(n_outer, n_inner, lda, ldb);
     uint64_t left = n_outer * n_inner;
     if (n_outer == ldb && n_inner == lda) { // the last position stays where it is, and would keep the walk going
         a[left - 1] *= alpha;
@@ -87,11 +117,20 @@ void simatcopy_cycles(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda
         for (uint64_t j = 0; j < n_inner; ++j) {
             if (left == 0)
                 return;
-            const typename cycle_walk<quotient>::place p{i * lda + j, i, j};
-            if (walk.is_leader(p))
-                left -= walk.move(p, a, alpha);
+            const uint64_t p = i * lda + j;
+            if (is_leader(walk, p))
+                left -= move_cycle(walk, p, a, alpha);
         }
     }
+}
+
+template <class quotient>
+void simatcopy_cycles_of(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
+{
+    if (n_outer == ldb && n_inner == lda)
+        simatcopy_cycles<cycles_tight<quotient>>(n_outer, n_inner, a, lda, ldb, alpha);
+    else
+        simatcopy_cycles<cycles_padded<quotient>>(n_outer, n_inner, a, lda, ldb, alpha);
 }
 
 template <class v>
@@ -104,8 +143,8 @@ void simatcopy_mipt_t_body(uint64_t n_outer, uint64_t n_inner, float *a, uint64_
     if (lda == 1 || ldb == 1) // every position is a cycle of its own
         scale_rising<v>(n_outer * n_inner, a, a, alpha);
     else if (!__builtin_mul_overflow(lda, ldb, &area) && !__builtin_mul_overflow(area, lda, &reach))
-        simatcopy_cycles<quotient_by_product>(n_outer, n_inner, a, lda, ldb, alpha);
+        simatcopy_cycles_of<quotient_by_product>(n_outer, n_inner, a, lda, ldb, alpha);
     else
-        simatcopy_cycles<quotient_by_division>(n_outer, n_inner, a, lda, ldb, alpha);
+        simatcopy_cycles_of<quotient_by_division>(n_outer, n_inner, a, lda, ldb, alpha);
 }
 } // namespace
