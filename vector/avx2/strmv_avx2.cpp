@@ -11,7 +11,7 @@ extern "C" void tesh_blas_avx2_strmv_in(const char *uplo, const char *trans, con
 {
     const triangle t = strmv_in_read(uplo, trans, diag, n, a, lda, x, incx);
     if (t.incx == 1)
-        strmv_in_body(t, masked_ops<masked_avx2, contiguous_8>{{}});
+        strmv_in_body(t, masked_ops<masked_avx2, contiguous_8>{contiguous_8(1)});
     else
         strmv_in_body(t, masked_ops<masked_avx2, strided_8>{{t.incx}});
 }

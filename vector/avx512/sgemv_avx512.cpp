@@ -15,19 +15,19 @@ namespace
 {
 // y * beta^count, for beta not 0. The powers stand in 32 lanes and are folded in one at a time, so that nothing in
 // between is larger or smaller than both ends.
-inline float times_power(float y, float beta, int64_t count)
+[[gnu::noinline]] float times_power(float y, float beta, int64_t count)
 {
     if (y == 0.0f || !__builtin_isfinite(y)) // zero, infinity, NaN: only the sign still changes
         count = 2 - count % 2;
-    alignas(64) float power[32];
+    float power[32];
     const __m512 factor = _mm512_set1_ps(beta);
     __m512 low = _mm512_set1_ps(1.0f), high = low;
     for (; count >= 32; count -= 32) {
         low = _mm512_mul_ps(low, factor);
         high = _mm512_mul_ps(high, factor);
     }
-    _mm512_store_ps(power, low);
-    _mm512_store_ps(power + 16, high);
+    _mm512_storeu_ps(power, low);
+    _mm512_storeu_ps(power + 16, high);
     for (int lane = 0; lane < 32; ++lane)
         y *= power[lane];
     for (; count > 0; --count)
@@ -35,32 +35,41 @@ inline float times_power(float y, float beta, int64_t count)
     return y;
 }
 
+// y := beta*y, for beta not 1 and elements that are not one.
+template <class access_type> [[gnu::noinline]] void scale_elements(const sgemv_call &call)
+{
+    const access_type access(call.incy);
+    const __m512 beta = _mm512_set1_ps(call.beta);
+    const auto scale = [&](float *y, __mmask16 lanes) {
+        if (call.beta == 0.0f)
+            access.store(y, _mm512_setzero_ps(), lanes);
+        else
+            access.store(y, _mm512_maskz_mul_ps(lanes, access.load(y, lanes), beta), lanes);
+    };
+    int64_t i = 0;
+    for (; i + 16 <= call.y_count; i += 16)
+        scale(call.y + i * access.inc, 0xffff);
+    if (i < call.y_count)
+        scale(call.y + i * access.inc, vec_avx512::first(call.y_count - i));
+}
+
 // y := beta*y, for beta not 1.
 inline void scale_y(const sgemv_call &call)
 {
-    if (call.incy == 0) {
+    if (call.incy == 1)
+        scale_elements<contiguous_16>(call);
+    else if (call.incy == 0)
         store_one(call.y, call.beta == 0.0f ? 0.0f : times_power(load_one(call.y), call.beta, call.y_count));
-        return;
-    }
-    with_access(call.incy, [&](auto access) {
-        const __m512 beta = _mm512_set1_ps(call.beta);
-        const auto scale = [&](float *y, __mmask16 lanes) {
-            if (call.beta == 0.0f)
-                access.store(y, _mm512_setzero_ps(), lanes);
-            else
-                access.store(y, _mm512_maskz_mul_ps(lanes, access.load(y, lanes), beta), lanes);
-        };
-        int64_t i = 0;
-        for (; i + 16 <= call.y_count; i += 16)
-            scale(call.y + i * access.inc, 0xffff);
-        if (i < call.y_count)
-            scale(call.y + i * access.inc, vec_avx512::first(call.y_count - i));
-    });
+    else if (fits_stride_32(call.incy))
+        scale_elements<stride_32>(call);
+    else
+        scale_elements<stride_64>(call);
 }
 
 // All elements of y are one: a piece of y starts at zero, and its lanes are summed into the one.
 struct one_element {
     static constexpr int64_t inc = 0;
+    explicit inline one_element(int64_t) {}
     inline __m512 load(const float *) const { return _mm512_setzero_ps(); }
     inline __m512 load(const float *, __mmask16) const { return _mm512_setzero_ps(); }
     inline void store(float *p, __m512 x) const { store_one(p, load_one(p) + masked_avx512::sum(x)); }
@@ -71,8 +80,9 @@ struct one_element {
 };
 
 // y += alpha*A*x for a strided y, gathered and scattered once.
-template <class access_type> inline void add_product_strided(const sgemv_call &call, const access_type &access)
+template <class access_type> [[gnu::noinline]] void add_product_strided(const sgemv_call &call)
 {
+    const access_type access(call.incy);
     constexpr int64_t panel = 128; // rows in 8 registers
     int64_t i = 0;
     for (; i + panel <= call.m; i += panel)
@@ -86,8 +96,7 @@ template <class access_type> inline void add_product_strided(const sgemv_call &c
 // How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
 // 0 in the register that holds it, so that loads can stand at register boundaries.
 struct row_pieces {
-    int64_t row_0_at;       // where a register begins whose lane of row 1 holds row 0 [rows]
-    __mmask16 row_0;        // that lane
+    __mmask16 row_1;        // the lane of row 1
     int64_t opening_at;     // the first register, of rows from 1 on [rows]
     __mmask16 opening;      // its lanes, perhaps none
     int64_t whole, rest_at; // rows from whole to rest_at - 1 fill whole registers
@@ -98,9 +107,7 @@ struct row_pieces {
 inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
 {
     row_pieces rows;
-    const int64_t lane_of_row_1 = (lead + 1) % 16;
-    rows.row_0_at = -lane_of_row_1;
-    rows.row_0 = static_cast<__mmask16>(1u << lane_of_row_1);
+    rows.row_1 = static_cast<__mmask16>(1u << ((lead + 1) % 16));
     rows.opening_at = -lead;
     rows.opening = static_cast<__mmask16>((0xfffeu << lead) & vec_avx512::first(min_of(16, m + lead)));
     rows.whole = 16 - lead;
@@ -119,11 +126,12 @@ template <int columns, int sets, class access_type>
 {
     const float *column[columns];
     __m512 sum[sets][columns];
-    const __m512 x0 = vec_avx512::load(x + rows.row_0_at, rows.row_0);
+    const auto row_0 = [&](const float *p) { return _mm512_maskz_broadcastss_ps(rows.row_1, _mm_set_ss(load_one(p))); };
+    const __m512 x0 = row_0(x);
 #pragma GCC unroll 8
     for (int c = 0; c < columns; ++c) {
         column[c] = a + c * lda;
-        sum[0][c] = _mm512_mul_ps(vec_avx512::load(column[c] + rows.row_0_at, rows.row_0), x0);
+        sum[0][c] = _mm512_mul_ps(row_0(column[c]), x0);
         for (int s = 1; s < sets; ++s)
             sum[s][c] = _mm512_setzero_ps();
     }
@@ -218,8 +226,9 @@ template <int columns, int sets, class access_type>
 }
 
 // y += alpha*A^T*x.
-template <class access_type> inline void add_product_transposed(const sgemv_call &call, const access_type &access)
+template <class access_type> [[gnu::noinline]] void add_product_transposed(const sgemv_call &call)
 {
+    const access_type access(call.incx);
     const bool columns_share_alignment = call.lda % 16 == 0 && word_aligned(call.a);
     const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(call.a) % 64 / sizeof(float));
     const row_pieces rows = cut_rows(call.m, call.n, call.lda,
@@ -241,6 +250,27 @@ template <class access_type> inline void add_product_transposed(const sgemv_call
     if (j < call.n)
         add_dots<1, 4>(j, rows, call, access);
 }
+inline void add_transposed(const sgemv_call &call)
+{
+    if (call.incx == 1)
+        add_product_transposed<contiguous_16>(call);
+    else if (fits_stride_32(call.incx))
+        add_product_transposed<stride_32>(call);
+    else
+        add_product_transposed<stride_64>(call);
+}
+
+inline void add_plain(const sgemv_call &call)
+{
+    if (call.incy == 1)
+        add_product<masked_avx512>(call.m, call.n, call.alpha, call.a, call.lda, call.x, call.incx, call.y);
+    else if (call.incy == 0)
+        add_product_strided<one_element>(call);
+    else if (fits_stride_32(call.incy))
+        add_product_strided<stride_32>(call);
+    else
+        add_product_strided<stride_64>(call);
+}
 } // namespace
 
 extern "C" void tesh_blas_avx512_xsgemv(const char *trans, const int64_t *m, const int64_t *n, const float *alpha,
@@ -255,11 +285,7 @@ extern "C" void tesh_blas_avx512_xsgemv(const char *trans, const int64_t *m, con
     if (call.alpha == 0.0f)
         return;
     if (call.transposed)
-        with_access(call.incx, [&](auto access) { add_product_transposed(call, access); });
-    else if (call.incy == 1)
-        add_product<masked_avx512>(call.m, call.n, call.alpha, call.a, call.lda, call.x, call.incx, call.y);
-    else if (call.incy == 0)
-        add_product_strided(call, one_element{});
+        add_transposed(call);
     else
-        with_access(call.incy, [&](auto access) { add_product_strided(call, access); });
+        add_plain(call);
 }

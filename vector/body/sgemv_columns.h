@@ -93,7 +93,7 @@ inline void add_rows_of(int64_t rows, int64_t n, float alpha, const float *a, in
                         float *y)
 {
     const int64_t last_rows = rows - (pieces - 1) * v::width;
-    const typename v::contiguous access{};
+    const typename v::contiguous access(1);
     if (last_rows == v::width)
         add_rows<v, pieces, false>(n, alpha, a, lda, x, incx, y, access, last_rows);
     else

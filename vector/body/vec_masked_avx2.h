@@ -8,6 +8,7 @@ namespace
 {
 struct contiguous_8 {
     static constexpr int64_t inc = 1;
+    explicit inline contiguous_8(int64_t) {}
     inline __m256 load(const float *p) const { return vec_avx2::load(p); }
     inline void store(float *p, __m256 x) const { vec_avx2::store(p, x); }
     inline __m256 load(const float *p, __m256i lanes) const { return vec_avx2::load(p, lanes); }

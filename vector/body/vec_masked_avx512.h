@@ -8,6 +8,7 @@ namespace
 {
 struct contiguous_16 {
     static constexpr int64_t inc = 1;
+    explicit inline contiguous_16(int64_t) {}
     inline __m512 load(const float *p) const { return vec_avx512::load(p); }
     inline void store(float *p, __m512 x) const { vec_avx512::store(p, x); }
     inline __m512 load(const float *p, __mmask16 lanes) const { return vec_avx512::load(p, lanes); }
@@ -79,14 +80,8 @@ struct stride_64 {
     }
 };
 
-// work(access) with the narrowest access that reaches the increment.
-template <class Work> inline void with_access(int64_t inc, const Work &work)
+inline bool fits_stride_32(int64_t inc)
 {
-    if (inc == 1)
-        work(contiguous_16{});
-    else if (inc <= longest_stride_32 && inc >= -longest_stride_32)
-        work(stride_32(inc));
-    else
-        work(stride_64(inc));
+    return inc <= longest_stride_32 && inc >= -longest_stride_32;
 }
 } // namespace
