@@ -1,11 +1,80 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := alpha*op(A)*op(B) + beta*C on the avx512 path, by its bufferless product.
-#include "gemm/sgemm_paths.h"
+// C := alpha*op(A)*op(B) + beta*C on the avx512 path: the road is chosen by shape.
+#include "gemm/avx512/sgemm_path_avx512.h"
+#include "gemm/body/xsgemm_body.h"
 
-extern "C" void tesh_blas_avx512_xsgemm(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
-                                        const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
-                                        const float *b, const int64_t *ldb, const float *beta, float *c,
-                                        const int64_t *ldc)
+namespace
 {
-    tesh_blas_avx512_sgemm_pst(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+struct path : sgemm_path_avx512 {
+    static constexpr auto &initialize_strategy = tesh_blas_avx512_sgemm_initialize_strategy;
+    static constexpr auto &initialize_kernel_info = tesh_blas_avx512_sgemm_initialize_kernel_info;
+    static constexpr auto &copyan = tesh_blas_avx512_sgemm_copyan;
+    static constexpr auto &copyat = tesh_blas_avx512_sgemm_copyat;
+    static constexpr auto &copybn = tesh_blas_avx512_sgemm_copybn;
+    static constexpr auto &copybt = tesh_blas_avx512_sgemm_copybt;
+    static constexpr auto &ker0 = tesh_blas_avx512_sgemm_ker0;
+    static constexpr auto &ker0_cnr = tesh_blas_avx512_sgemm_ker0_cnr;
+    static constexpr auto &mscale_wrapper = tesh_blas_avx512_sgemm_mscale_wrapper;
+    static constexpr auto &packed_driver = tesh_blas_avx512_s_generic_fullacopybcopy;
+    static constexpr auto &acopied_driver = tesh_blas_avx512_xsgemm_acopiedbcopy;
+    static constexpr auto &nocopy_driver = tesh_blas_avx512_xsgemm_nocopy_driver;
+    static constexpr auto &pst_wrapper = tesh_blas_avx512_s_pst_wrapper;
+    static constexpr auto &pst = tesh_blas_avx512_sgemm_pst;
+};
+
+int32_t check_strategy(gemm_strategy *strategy)
+{
+    return normalise<path>(strategy);
+}
+
+// Thresholds in elements. Below them packing does not pay.
+constexpr int64_t packed_least = 192;                                               // m, and n for A as it lies
+constexpr int64_t smalln_least = 2, smalln_most = 15, smalln_depth_per_column = 24; // of n; of k
+
+bool takes_t_smalln(const sgemm_call &call)
+{
+    return call.alpha != 0.0f && call.k > 0 && is_letter(*call.transa, 'T') && is_letter(*call.transb, 'N') &&
+           call.n >= smalln_least && call.n <= smalln_most && call.k >= smalln_depth_per_column * call.n;
+}
+
+bool takes_packed(const sgemm_call &call)
+{
+    if (call.alpha == 0.0f)
+        return true;
+    if (is_letter(*call.transa, 'N'))
+        return call.m >= packed_least && call.n >= packed_least;
+    return call.m >= packed_least || (call.m > call.n && call.m >= call.k);
+}
+} // namespace
+
+extern "C" {
+void tesh_blas_avx512_sgemm_initialize_strategy(gemm_strategy *strategy)
+{
+    initialize_strategy<path>(strategy, check_strategy);
+}
+
+void tesh_blas_avx512_sgemm_initialize_kernel_info(const blas_op_record *op, const blas_matrix_view *a,
+                                                   const blas_matrix_view *b, const blas_matrix_view *,
+                                                   const gemm_strategy *strategy, gemm_kernel_info *info)
+{
+    initialize_kernel_info<path>(op, a, b, strategy, info);
+}
+
+void tesh_blas_avx512_xsgemm(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                             const int64_t *k, const float *alpha, const float *a, const int64_t *lda, const float *b,
+                             const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+{
+    if (*m <= 0 || *n <= 0)
+        return;
+    const bool strict = tesh_serv_cbwr_get(-1) & strict_flag;
+    const sgemm_call call = {transa, transb, *m, *n, *k, *alpha, *beta, a, b, c, *lda, *ldb, *ldc};
+    if (strict)
+        return packed_route<path>(call, true);
+    if (takes_t_smalln(call)) {
+        return tesh_blas_avx512_sgemm_t_smalln(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    }
+    if (takes_packed(call))
+        return packed_route<path>(call, false);
+    nocopy_route<path>(call);
+}
 }

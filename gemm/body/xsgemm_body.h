@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The path routine's records and its two general routes: with packing and without.
+//
+// p is the path: its sizes (gemm/<path>/sgemm_path_<path>.h) and the members of its family as constants.
+#pragma once
+#include "frame/tesh_serv.h"
+#include "gemm/body/sgemm_views.h"
+#include "gemm/sgemm_paths.h"
+
+namespace
+{
+constexpr uint64_t nocopy_panel_m = 16, nocopy_panel_n = 6; // [elements] unrolls of a strategy without packing
+constexpr int32_t strict_flag = 0x10000;                    // of the reproducibility setting
+
+// The arguments of SGEMM, read once.
+struct sgemm_call {
+    const char *transa, *transb;
+    int64_t m, n, k;
+    float alpha, beta;
+    const float *a, *b;
+    float *c;
+    int64_t lda, ldb, ldc;
+};
+
+struct sgemm_records {
+    blas_op_record op;
+    blas_matrix_view a, b, c;
+};
+
+// ---- strategy -----------------------------------------------------------------------------------------------------
+template <class p> inline void initialize_strategy(gemm_strategy *strategy, gemm_check_fn *check)
+{
+    strategy->b_policy = 0;
+    strategy->a_policy = 0;
+    strategy->loop_order = 0;
+    strategy->pack_mode = 0;
+    strategy->reserved = 0;
+    strategy->unroll_m = p::panel_m;
+    strategy->unroll_n = p::panel_n;
+    strategy->unroll_k = 1;
+    strategy->vector_length = p::vector_length;
+    strategy->check = check;
+}
+
+inline bool corrected(uint64_t *field, uint64_t wanted)
+{
+    const bool wrong = *field != wanted;
+    *field = wanted;
+    return wrong;
+}
+
+template <class p> inline int32_t normalise(gemm_strategy *strategy)
+{
+    const bool nocopy = strategy->a_policy == gemm_policy_nocopy;
+    bool wrong = corrected(&strategy->unroll_m, nocopy ? nocopy_panel_m : p::panel_m);
+    wrong |= corrected(&strategy->unroll_n, nocopy ? nocopy_panel_n : p::panel_n);
+    wrong |= corrected(&strategy->unroll_k, 1);
+    strategy->m_align = nocopy ? nocopy_panel_m : p::m_align;
+    if (nocopy)
+        strategy->b_policy = gemm_policy_given;
+    strategy->column_word = 16;
+    strategy->depth_word = 16;
+    if (strategy->a_policy == 0)
+        strategy->a_policy = gemm_policy_packed;
+    if (strategy->b_policy == 0)
+        strategy->b_policy = gemm_policy_packed;
+    if (strategy->loop_order == 0)
+        strategy->loop_order = gemm_order_slices;
+    return wrong ? 0 : 1;
+}
+
+// ---- kernel info --------------------------------------------------------------------------------------------------
+inline const char *routine_name(int32_t routine_id)
+{
+    switch (routine_id) {
+    case blas_routine_ssymm:
+        return "SSYMM";
+    case blas_routine_ssyrk:
+        return "SSYRK";
+    case blas_routine_ssyr2k:
+        return "SSYR2K";
+    case blas_routine_strmm:
+        return "STRMM";
+    case blas_routine_strsm:
+        return "STRSM";
+    case blas_routine_sgemmt:
+        return "SGEMMT";
+    default:
+        return "SGEMM";
+    }
+}
+
+// Drivers of other routines than SGEMM come with those routines; their slots are null until then.
+template <class p>
+inline void initialize_kernel_info(const blas_op_record *op, const blas_matrix_view *a, const blas_matrix_view *b,
+                                   const gemm_strategy *strategy, gemm_kernel_info *info)
+{
+    constexpr uint32_t transposed = blas_view_trans | blas_view_conjtrans;
+    info->strategy = *strategy;
+    info->strategy.check(&info->strategy);
+    const uint32_t a_policy = info->strategy.a_policy;
+    const bool packs = a_policy != gemm_policy_nocopy;
+    const bool strict = tesh_serv_cbwr_get(-1) & strict_flag;
+    info->min_m_driver = p::min_m_driver;
+    info->min_n_driver = p::min_n_driver;
+    info->min_k_driver = p::min_k_driver;
+    info->routine_name = routine_name(op->routine_id);
+    info->mscale = p::mscale_wrapper;
+    info->copy_a = !packs ? nullptr : a->flags & transposed ? p::copyat : p::copyan;
+    info->copy_b = !packs ? nullptr : b->flags & transposed ? p::copybt : p::copybn;
+    info->scale_tri = nullptr;
+    info->ker0 = strict ? p::ker0_cnr : p::ker0;
+    info->kernel_tri = nullptr;
+    info->driver = op->routine_id != blas_routine_sgemm ? nullptr
+                   : a_policy == gemm_policy_nocopy     ? p::nocopy_driver
+                   : a_policy == gemm_policy_given      ? p::acopied_driver
+                                                        : p::packed_driver;
+    info->pst = p::pst_wrapper;
+    info->mscale_syrk = nullptr;
+    info->driver_syrk = nullptr;
+}
+
+// ---- the routes ---------------------------------------------------------------------------------------------------
+[[gnu::always_inline]] inline void fill_records(const sgemm_call &call, sgemm_records *records)
+{
+    const int32_t code_a = operation_code(*call.transa), code_b = operation_code(*call.transb);
+    blas_op_record &op = records->op;
+    op.side = nullptr;
+    op.uplo = nullptr;
+    op.diag = nullptr;
+    op.transa = call.transa;
+    op.transb = call.transb;
+    op.alpha = call.alpha;
+    op.beta = call.beta;
+    op.side_code = 2;
+    op.uplo_code = 2;
+    op.diag_code = 2;
+    op.transa_code = code_a;
+    op.transb_code = code_b;
+    op.routine_id = blas_routine_sgemm;
+    fill_operand_view(&records->a, call.a, call.m, call.k, call.lda, code_a);
+    fill_operand_view(&records->b, call.b, call.k, call.n, call.ldb, code_b);
+    fill_view(&records->c, call.c, call.m, call.n, call.ldc, 0, getPointer_notrans);
+}
+
+template <class p> [[gnu::noinline]] void packed_route(const sgemm_call &call, bool strict)
+{
+    sgemm_records r;
+    gemm_strategy strategy;
+    gemm_kernel_info info;
+    fill_records(call, &r);
+    p::initialize_strategy(&strategy);
+    p::initialize_kernel_info(&r.op, &r.a, &r.b, &r.c, &strategy, &info);
+    if (r.op.alpha == 0.0f) {
+        if (r.op.beta != 1.0f)
+            info.mscale(&r.c, &r.op.beta);
+        return;
+    }
+    const bool dot_products = r.op.transa_code != 0 && r.op.transb_code == 0;
+    if (strict || (dot_products ? call.m >= info.min_m_driver : call.n >= info.min_n_driver)) {
+        info.driver(&r.op, &r.a, &r.b, &r.c, nullptr, &info);
+        return;
+    }
+    p::pst(call.transa, call.transb, &call.m, &call.n, &call.k, &r.op.alpha, call.a, &call.lda, call.b, &call.ldb,
+           &r.op.beta, call.c, &call.ldc);
+}
+
+// With A and B read where they lie the driver slot holds the no-copy driver, which reads neither strategy nor info: none
+// is filled, for this is the route of the smallest products.
+template <class p> [[gnu::always_inline]] inline void nocopy_route(const sgemm_call &call)
+{
+    sgemm_records r;
+    fill_records(call, &r);
+    p::nocopy_driver(&r.op, &r.a, &r.b, &r.c, nullptr, nullptr);
+}
+} // namespace

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The path routines of avx2 and avx512 against a double reference, and the bits of the reproducible mode.
+#include <chrono>
+#include <cmath>
+#include <cstring>
+
+#include "frame/tesh_serv.h"
+#include "tests/gemm/wide_paths.h"
+#include "tests/support/failing_memory.h"
+#include "tests/support/reference_gemm.h"
+
+namespace
+{
+using tesh_test::gemm_operands;
+using tesh_test::gemm_shape;
+using tesh_test::guard;
+using tesh_test::wide_path;
+
+class xsgemm_wide : public testing::TestWithParam<const wide_path *>
+{
+protected:
+    const wide_path &p = *GetParam();
+    tesh_blas_sgemm_fn *const routine = p.name == "avx512" ? tesh_blas_avx512_xsgemm : tesh_blas_avx2_xsgemm;
+    tesh_test::worst_ratio worst;
+
+    static void SetUpTestSuite() { tesh_test::failing_memory::install(); }
+    void TearDown() override
+    {
+        std::printf("worst error / bound: %.3f\n", worst.value);
+        EXPECT_LE(worst.value, 1.0);
+    }
+    void check(const gemm_shape &s) { tesh_test::expect_gemm(routine, s, &worst); }
+    // Shapes drawn so that every road and every edge of the blocks comes up.
+    gemm_shape any_shape(tesh_test::random &r) const
+    {
+        const auto size = [&](std::int64_t most) {
+            const std::int64_t edges[] = {p.panel_m, p.panel_n, 72, 192, 384};
+            const std::int64_t near = edges[r.below(5)] + r.below(5) - 2;
+            return r.below(3) == 0 && near > 0 && near <= most ? near : 1 + r.below(r.below(4) == 0 ? most : 40);
+        };
+        gemm_shape s;
+        const char letters[] = {'N', 'n', 'T', 't', 'C', 'c'};
+        const float factors[] = {0.0f, 1.0f, -1.0f, 0.7f, 2.0f};
+        s.transa = letters[r.below(6)];
+        s.transb = letters[r.below(6)];
+        s.m = size(300);
+        s.n = size(300);
+        s.k = size(500);
+        s.alpha = factors[r.below(8) == 0 ? 0 : 1 + r.below(4)];
+        s.beta = factors[r.below(5)];
+        s.pad_a = r.below(4);
+        s.pad_b = r.below(4);
+        s.pad_c = r.below(4);
+        s.side = r.below(2) == 0 ? guard::at_end : guard::at_start;
+        s.shift_bytes = static_cast<std::size_t>(4 * r.below(16));
+        return s;
+    }
+};
+
+TEST_P(xsgemm_wide, shapes_around_the_tile_and_the_thresholds)
+{
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            for (const std::int64_t m : {1, 6, 12, 47, 49, 71, 72, 191, 193}) {
+                for (const std::int64_t n : {1, 3, 9, 73, 192}) {
+                    check({transa, transb, m, n, 6 + m % 3, 1.0f, static_cast<float>(n % 2), 1, 2, 3});
+                    if (HasFatalFailure())
+                        return;
+                }
+            }
+        }
+    }
+}
+
+TEST_P(xsgemm_wide, depths_around_the_blocks)
+{
+    char transa = 'N', transb = 'N';
+    for (const std::int64_t k : {47, 48, 192, 193, 256, 257, 300, 384, 385, 500, 769}) {
+        check({transa, transb, 193, 194, k, 0.7f, 0.3f, 1, 0, 1, k % 2 == 0 ? guard::at_end : guard::at_start});
+        if (HasFatalFailure())
+            return;
+        (k % 2 == 0 ? transa : transb) ^= 'N' ^ 'T';
+    }
+}
+
+TEST_P(xsgemm_wide, nan_and_infinity_of_an_operand_reach_their_row_or_column_only)
+{
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            for (const std::int64_t size : {9, 200}) {
+                gemm_operands x({transa, transb, size, size, 33, 1.0f, 1.0f});
+                for (float &v : x.a)
+                    v = 1.0f;
+                for (float &v : x.b)
+                    v = 1.0f;
+                x.a[static_cast<std::size_t>(transa == 'N' ? size - 1 : (size - 1) * x.shape.lda())] = std::nanf("");
+                x.b[static_cast<std::size_t>(transb == 'N' ? 2 * x.shape.ldb() : 2)] = INFINITY;
+                x.run(routine);
+                tesh_test::expect_gemm_result(x, false, &worst);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+    }
+}
+
+TEST_P(xsgemm_wide, refused_memory_still_gives_the_product)
+{
+    for (std::int64_t nth = 1;; ++nth) {
+        tesh_serv_free_buffers();
+        tesh_test::failing_memory::refuse(nth, tesh_test::failing_memory::refusal::from_there_on);
+        gemm_operands x({'N', 'T', 201, 195, 77, 0.7f, 0.3f, 1, 2, 3});
+        x.run(routine);
+        const bool met = tesh_test::failing_memory::refused();
+        tesh_test::failing_memory::refuse(0);
+        tesh_test::expect_gemm_result(x, false, &worst);
+        if (HasFatalFailure())
+            return;
+        if (!met) {
+            EXPECT_GT(nth, 1);
+            break;
+        }
+    }
+}
+
+TEST_P(xsgemm_wide, random_shapes)
+{
+    using clock = std::chrono::steady_clock;
+    const auto budget = tesh_test::in_long_set()     ? std::chrono::seconds(600)
+                        : tesh_test::in_medium_set() ? std::chrono::seconds(20)
+                                                     : std::chrono::seconds(1);
+    tesh_test::random r(77);
+    std::int64_t count = 0;
+    for (const auto end = clock::now() + budget; clock::now() < end; ++count) {
+        check(any_shape(r));
+        if (HasFatalFailure())
+            return;
+    }
+    std::printf("shapes: %lld\n", static_cast<long long>(count));
+}
+
+class xsgemm_strict : public xsgemm_wide
+{
+protected:
+    void SetUp() override
+    {
+        old = tesh_serv_cbwr_get(-1);
+        tesh_cbwr = 0x10001;
+    }
+    void TearDown() override
+    {
+        tesh_cbwr = old;
+        xsgemm_wide::TearDown();
+    }
+    std::int32_t old = 1;
+};
+
+TEST_P(xsgemm_strict, small_shapes_are_right_through_the_packed_road)
+{
+    for (const char transa : {'N', 'T'})
+        for (const char transb : {'N', 'T'})
+            for (std::int64_t m = 1; m <= 14; ++m)
+                for (std::int64_t n = 1; n <= 5; ++n) {
+                    check({transa, transb, m, n, 1 + (m + n) % 4, 0.7f, static_cast<float>(m % 3), 1, 0, 2});
+                    if (HasFatalFailure())
+                        return;
+                }
+}
+
+// Rows r .. r+count-1 computed alone have the bits that they have in the whole product.
+TEST_P(xsgemm_strict, bits_of_a_row_do_not_depend_on_its_place_or_on_m)
+{
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            const gemm_shape s{transa, transb, 2 * p.panel_m + p.panel_m / 2 + 7, 2 * p.panel_n + 3, 421, 0.7f, 0.3f};
+            const gemm_operands whole(s);
+            whole.run(routine);
+            for (std::int64_t first = 0; first < s.m; first += 5) {
+                for (const std::int64_t count : {1, 2, 3, 7, 8, 12, 24, 31}) {
+                    if (first + count > s.m)
+                        continue;
+                    const gemm_operands part(s);
+                    const std::int64_t lda = s.lda(), ldb = s.ldb(), ldc = s.ldc();
+                    routine(&transa, &transb, &count, &s.n, &s.k, &s.alpha,
+                            part.a.data() + (transa == 'N' ? first : first * lda), &lda, part.b.data(), &ldb, &s.beta,
+                            part.c.data() + first, &ldc);
+                    for (std::int64_t j = 0; j < s.n; ++j)
+                        ASSERT_EQ(std::memcmp(part.c.data() + j * ldc + first, whole.c.data() + j * ldc + first,
+                                              static_cast<std::size_t>(count) * sizeof(float)),
+                                  0)
+                            << transa << transb << " rows " << first << " to " << first + count << " column " << j;
+                }
+            }
+        }
+    }
+}
+
+TEST_P(xsgemm_strict, bits_do_not_depend_on_alignment_or_leading_dimension)
+{
+    gemm_shape s{'N', 'N', p.panel_m + 13, p.panel_n + 5, 200, 0.7f, 0.3f, 0, 0, 0, guard::at_start};
+    const gemm_operands first(s);
+    first.run(routine);
+    for (s.shift_bytes = 4; s.shift_bytes < 64; s.shift_bytes += 4) {
+        const gemm_operands other(s);
+        other.run(routine);
+        EXPECT_EQ(std::memcmp(first.c.data(), other.c.data(), first.c.size() * sizeof(float)), 0) << s.name();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(paths, xsgemm_wide, testing::ValuesIn(tesh_test::wide_paths_to_run()), tesh_test::path_name);
+INSTANTIATE_TEST_SUITE_P(paths, xsgemm_strict, testing::ValuesIn(tesh_test::wide_paths_to_run()), tesh_test::path_name);
+} // namespace
