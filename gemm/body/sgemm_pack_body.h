@@ -40,6 +40,7 @@ struct scale_times {
 }
 constexpr int line = 64 / 4;         // [elements] of a cache line
 constexpr int write_ahead = 512 / 4; // [elements] fetched of the destination ahead of the store
+constexpr int read_ahead = 64 / 4;   // [elements] fetched ahead of each stream
 constexpr int ahead_steps = 8;       // depth steps fetched ahead where each lies in a line of its own
 
 // ---- down ---------------------------------------------------------------------------------------------------------
@@ -167,24 +168,22 @@ template <class v, int w, class scale>
     using block = transposer<v, g>;
     for (int i = 0; i < write_ahead; i += line)
         fetch_write(panel + i);
-    int64_t l = 0;
-    for (; l + block::steps <= depth; l += block::steps, panel += block::steps * w) {
 #pragma GCC unroll 1
-        for (int c = 0; c < w; c += g) {
+    for (int c = 0; c < w; c += g) {
+        const float *from = source + c * ld;
+        float *to = panel + c;
+        int64_t l = 0;
+        for (; l + block::steps <= depth; l += block::steps, from += block::steps, to += block::steps * w) {
             if (block::steps == line || l % line == 0)
 #pragma GCC unroll 16
                 for (int i = 0; i < g; ++i)
-                    fetch_read(source + (c + i) * ld + l + line);
-            block::template run<scale, true>(source + c * ld + l, ld, panel + c, w, block::steps, s);
+                    fetch_read(from + i * ld + read_ahead);
+            block::template run<scale, true>(from, ld, to, w, block::steps, s);
         }
+        if (l < depth)
+            block::template run<scale, false>(from, ld, to, w, static_cast<int>(depth - l), s);
     }
-    if (l < depth) {
-#pragma GCC unroll 1
-        for (int c = 0; c < w; c += g)
-            block::template run<scale, false>(source + c * ld + l, ld, panel + c, w, static_cast<int>(depth - l), s);
-        panel += (depth - l) * w;
-    }
-    return panel;
+    return panel + depth * w;
 }
 
 // ---- blocks -------------------------------------------------------------------------------------------------------
