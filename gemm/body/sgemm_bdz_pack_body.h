@@ -27,7 +27,12 @@ inline void pack_rest(int64_t depth, int64_t rest, const float *source, int64_t 
 template <int width, bool down, bool scaled>
 inline void pack_block(int64_t depth, int64_t count, const float *source, int64_t ld, float scale, float *panel)
 {
+    constexpr int neighbours = 32 / width; // panels that share cache lines of the source
     int64_t i = 0;
+    if constexpr (down) {
+        for (; i + neighbours * width <= count; i += neighbours * width, panel += neighbours * width * depth)
+            pack_down_panels<width / 4, neighbours, scaled>(depth, source + i, ld, scale, panel, width * depth);
+    }
     for (; i + width <= count; i += width, panel += width * depth) {
         if constexpr (down)
             pack_down_panels<width / 4, 1, scaled>(depth, source + i, ld, scale, panel, 0);

@@ -5,7 +5,7 @@
 #include "tests/gemm/played_services.h"
 #include "tests/support/random.h"
 #include "tests/support/test_paths.h"
-#include "tests/support/tolerance.h"
+#include "tests/support/vcpu/fma4.h"
 
 #include <cmath>
 #include <cstring>
@@ -21,7 +21,7 @@ struct parts {
     tesh_blas_sgemm_copyb_fn *copybn, *copybt, *copybn_brc, *copybt_brc;
     tesh_blas_sgemm_scopy_bdz_fn *right4, *right16, *down4, *down16;
     tesh_blas_sgemm_inner_fn *inner, *roll, *z_roll, *b_roll;
-    tesh_blas_sgemm_kernel_16x4_fn *zen;
+    tesh_blas_sgemm_kernel_16x4_fn *zen, *bdz;
     tesh_blas_sgemm_zerom_fn *zerom;
     tesh_blas_sgemm_scalm_fn *scalm, *mscale;
     tesh_blas_sgemm_blk_info_fn *blk_bdz, *blk_brc;
@@ -49,6 +49,7 @@ constexpr parts all_parts[] = {
      tesh_blas_def_sgemm_inner_z_roll,
      tesh_blas_def_sgemm_inner_b_roll,
      tesh_blas_def_sgemm_kernel_0_zen,
+     tesh_blas_def_sgemm_kernel_0_bdz,
      tesh_blas_def_sgemm_zerom,
      tesh_blas_def_sgemm_scalm,
      tesh_blas_def_sgemm_mscale,
@@ -76,6 +77,7 @@ constexpr parts all_parts[] = {
      tesh_blas_cnr_def_sgemm_inner_z_roll,
      tesh_blas_cnr_def_sgemm_inner_b_roll,
      tesh_blas_cnr_def_sgemm_kernel_0_zen,
+     tesh_blas_cnr_def_sgemm_kernel_0_bdz,
      tesh_blas_cnr_def_sgemm_zerom,
      tesh_blas_cnr_def_sgemm_scalm,
      tesh_blas_cnr_def_sgemm_mscale,
@@ -318,6 +320,32 @@ TEST_P(portable_parts, the_16_x_4_kernel_at_every_size_up_to_the_tile)
         }
     }
     expect_kernel_16x4(p.zen, 67, 23, 192);
+}
+
+// Four-operand instructions by their emulation, where the processor lacks them.
+TEST_P(portable_parts, the_four_operand_kernel_gives_the_same_products)
+{
+    if (!tesh_test::machine_has_path("def_zen"))
+        GTEST_SKIP() << "no 256-bit registers on this machine";
+    tesh_test::install_fma4_emulation();
+    for (const std::int64_t m : {1, 2, 3, 4, 7, 8, 15, 16, 17, 31, 33}) {
+        for (const std::int64_t n : {1, 2, 3, 4, 5, 7}) {
+            for (const std::int64_t k : {0, 1, 2, 5}) {
+                expect_kernel_16x4(p.bdz, m, n, k);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+    }
+    // One rounding, not two: random operands give the bits of the three-operand kernel.
+    const std::int64_t m = 31, n = 7, k = 9, ld = 31;
+    guarded_array<float> a(31 * 9), b(7 * 9), c(31 * 7), d(31 * 7);
+    tesh_test::random r(3);
+    r.fill(a);
+    r.fill(b);
+    p.zen(&m, &n, &k, a.data(), b.data(), c.data(), &ld);
+    p.bdz(&m, &n, &k, a.data(), b.data(), d.data(), &ld);
+    EXPECT_EQ(std::memcmp(c.data(), d.data(), c.size() * sizeof(float)), 0);
 }
 
 TEST_P(portable_parts, scaling_at_all_alignments_keeps_gaps)
