@@ -24,12 +24,18 @@ struct processor {
 };
 
 constexpr processor processors[] = {
-    {"baseline", "none", "", "def"},       {"baseline_reproducible", "none", "COMPATIBLE", "cnr_def"},
-    {"sse4_2", "sse4_2", "", "mc3"},       {"sse4_2_strict", "sse4_2", "SSE4_2,STRICT", "mc3"},
-    {"avx2", "avx2", "", "avx2"},          {"avx2_strict", "avx2", "AVX2,STRICT", "avx2"},
-    {"avx512", "avx512", "", "avx512"},    {"avx512_strict", "avx512", "AVX512,STRICT", "avx512"},
-    {"zen", "zen", "", "def_zen"},         {"bulldozer", "bulldozer", "", "def_zen"},
-    {"barcelona", "barcelona", "", "def"}, {"zen_reproducible", "zen", "COMPATIBLE", "def_zen"},
+    {"baseline", "sse3", "", "def"},
+    {"baseline_reproducible", "sse3", "COMPATIBLE", "cnr_def"},
+    {"sse4_2", "sse4_2", "", "mc3"},
+    {"sse4_2_strict", "sse4_2", "SSE4_2,STRICT", "mc3"},
+    {"avx2", "avx2", "", "avx2"},
+    {"avx2_strict", "avx2", "AVX2,STRICT", "avx2"},
+    {"avx512", "avx512", "", "avx512"},
+    {"avx512_strict", "avx512", "AVX512,STRICT", "avx512"},
+    {"zen", "amd_zen", "", "def_zen"},
+    {"bulldozer", "amd_bulldozer", "", "def_zen"},
+    {"barcelona", "amd_barcelona", "", "def"},
+    {"zen_reproducible", "amd_zen", "COMPATIBLE", "def_zen"},
 };
 
 class sgemm_library : public testing::TestWithParam<processor>
@@ -41,12 +47,12 @@ protected:
         if (!tesh_test::machine_has_path(p.needs))
             GTEST_SKIP() << "not on this machine";
         tesh_test::on_processor(p.profile, {{"TESH_CBWR", p.branch}}, [&] {
-            if (std::string(p.profile) == "bulldozer")
+            if (std::string(p.profile) == "amd_bulldozer")
                 tesh_test::install_fma4_emulation();
             body();
         });
     }
-    bool emulated() const { return std::string(GetParam().profile) == "bulldozer"; }
+    bool emulated() const { return std::string(GetParam().profile) == "amd_bulldozer"; }
 };
 
 TEST_P(sgemm_library, every_road_gives_the_product)
