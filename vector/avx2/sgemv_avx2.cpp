@@ -39,8 +39,8 @@ template <int sets> inline __m256 sum_sets(const __m256 *set)
 
 // The next columns of y += alpha*A^T*x, if so many are left: j moves behind them.
 template <int columns>
-inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,
-                          int64_t incy, float *y)
+[[gnu::always_inline]] inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a,
+                                                 int64_t lda, const float *x, int64_t incy, float *y)
 {
     constexpr int sets = sets_of(columns);
     if (n - j < columns)
@@ -172,11 +172,13 @@ extern "C" void tesh_blas_avx2_xsgemv_n(const int64_t *m, const int64_t *n, cons
 extern "C" void tesh_blas_avx2_xsgemv_t(const int64_t *m, const int64_t *n, const float *alpha, const float *a,
                                         const int64_t *lda, const float *x, const int64_t *incy, float *y)
 {
+    const int64_t rows = *m, columns = *n, a_step = *lda, y_step = *incy;
+    const float factor = *alpha;
     int64_t j = 0;
-    while (add_next_dots<4>(j, *m, *n, *alpha, a, *lda, x, *incy, y)) {
+    while (add_next_dots<4>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
     }
-    add_next_dots<2>(j, *m, *n, *alpha, a, *lda, x, *incy, y);
-    add_next_dots<1>(j, *m, *n, *alpha, a, *lda, x, *incy, y);
+    add_next_dots<2>(j, rows, columns, factor, a, a_step, x, y_step, y);
+    add_next_dots<1>(j, rows, columns, factor, a, a_step, x, y_step, y);
 }
 
 extern "C" void tesh_blas_avx2_xsgemv(const char *trans, const int64_t *m, const int64_t *n, const float *alpha,
