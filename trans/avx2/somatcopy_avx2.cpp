@@ -18,8 +18,14 @@ struct somatcopy_avx2 {
     using moves = wide_8;
     using block = block_of_tiles<wide_8, false>;
     static constexpr uint64_t aligned_bytes = 32; // of B, for whole lines
-    static void one_line(uint64_t n, const float *a, float *b, uint64_t ldb) { move_strided(n, a, 1, b, ldb); }
-    static void one_column(uint64_t n, const float *a, uint64_t lda, float *b) { move_strided(n, a, lda, b, 1); }
+    static void one_line(uint64_t length, const float *a, float *b, uint64_t ldb)
+    {
+        move_strided(length, a, 1, b, ldb);
+    }
+    static void one_column(uint64_t length, const float *a, uint64_t lda, float *b)
+    {
+        move_strided(length, a, lda, b, 1);
+    }
 };
 
 struct bytes_avx2 {

@@ -21,13 +21,13 @@ struct somatcopy_avx512 {
     using moves = wide_16;
     using block = block_of_tiles<wide_16, false>;
     static constexpr uint64_t aligned_bytes = 64; // of B, for whole lines
-    static void one_line(uint64_t n, const float *a, float *b, uint64_t ldb)
+    static void one_line(uint64_t length, const float *a, float *b, uint64_t ldb)
     {
-        strided_avx512<false, masked_least_scatter>(n, a, 1, b, ldb, 1.0f);
+        strided_avx512<false, masked_least_scatter>(length, a, 1, b, ldb, 1.0f);
     }
-    static void one_column(uint64_t n, const float *a, uint64_t lda, float *b)
+    static void one_column(uint64_t length, const float *a, uint64_t lda, float *b)
     {
-        strided_avx512<false, masked_least_gather>(n, a, lda, b, 1, 1.0f);
+        strided_avx512<false, masked_least_gather>(length, a, lda, b, 1, 1.0f);
     }
 };
 

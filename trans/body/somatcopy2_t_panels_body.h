@@ -14,7 +14,7 @@ constexpr uint64_t kernel_least_outer = 5; // [lines] below: the direct loop
 constexpr uint64_t panel_columns_narrow = 1024, panel_columns_wide = 4096;
 constexpr uint64_t panel_narrow_most = 512; // [elements] lda up to which a panel is narrow
 constexpr uint64_t team_least = 128;        // [lines] of a team of blocks
-constexpr uint64_t peeled_least = 64;       // [lines] from which those in front of a cache line's start go apart
+constexpr uint64_t peeled_least = 400;      // [lines] from which those in front of a cache line's start go apart
 // [bytes] of B from which its lines bypass the caches: where lines at multiples of a page share cache sets, and elsewhere
 constexpr uint64_t stream_least_aliased = uint64_t(4) << 20, stream_least = uint64_t(12) << 20;
 

@@ -10,8 +10,8 @@ namespace
 struct wide_16 {
     using smaller = tile_8;
 
-    // whole: every line of a tile is one load, a cache line. Otherwise its halves are loaded, of which fewer straddle two
-    // cache lines, and paired by the loads.
+    // whole: every line of a tile is one load, a cache line. Otherwise its quarters are loaded, of which few or none
+    // straddle two cache lines, and put together by the loads.
     template <bool scaled, bool stream, bool whole>
     [[gnu::always_inline]] static inline void move_16x16(const float *a, uint64_t lda, float *b, uint64_t ldb,
                                                          float alpha)
@@ -19,8 +19,9 @@ struct wide_16 {
         if constexpr (whole) {
             move_whole<scaled, stream>(a, lda, b, ldb, alpha);
         } else {
-            move_16x8<scaled, stream>(a, lda, b, ldb, alpha);
-            move_16x8<scaled, stream>(a + 8, lda, b + 8 * ldb, ldb, alpha);
+#pragma GCC unroll 4
+            for (uint64_t j = 0; j < 16; j += 4)
+                move_16x4<scaled, stream>(a + j, lda, b + j * ldb, ldb, alpha);
         }
     }
 
@@ -74,29 +75,6 @@ private:
             put<scaled, stream>(b + (8 + c) * ldb, pieces<0xdd>(even01, even23), alpha);
             put<scaled, stream>(b + (12 + c) * ldb, pieces<0xdd>(odd01, odd23), alpha);
         }
-    }
-
-    template <bool scaled, bool stream>
-    [[gnu::always_inline]] static inline void move_16x8(const float *a, uint64_t lda, float *b, uint64_t ldb,
-                                                        float alpha)
-    {
-        __m512 upper[4], lower[4]; // piece p of upper[c]: lines 4*(p / 2) .. + 3 of column c + 4*(p % 2); lower: 8 on
-        turn_pieces(upper, lines_apart(a, 4 * lda), lines_apart(a + lda, 4 * lda), lines_apart(a + 2 * lda, 4 * lda),
-                    lines_apart(a + 3 * lda, 4 * lda));
-        const float *below = a + 8 * lda;
-        turn_pieces(lower, lines_apart(below, 4 * lda), lines_apart(below + lda, 4 * lda),
-                    lines_apart(below + 2 * lda, 4 * lda), lines_apart(below + 3 * lda, 4 * lda));
-#pragma GCC unroll 4
-        for (uint64_t c = 0; c < 4; ++c) {
-            put<scaled, stream>(b + c * ldb, pieces<0x88>(upper[c], lower[c]), alpha);
-            put<scaled, stream>(b + (4 + c) * ldb, pieces<0xdd>(upper[c], lower[c]), alpha);
-        }
-    }
-    // Eight elements at a and eight at a + distance.
-    [[gnu::always_inline]] static inline __m512 lines_apart(const float *a, uint64_t distance)
-    {
-        return _mm512_maskz_insertf32x8(all, _mm512_castps256_ps512(_mm256_loadu_ps(a)), _mm256_loadu_ps(a + distance),
-                                        1);
     }
 
     static constexpr __mmask16 all =

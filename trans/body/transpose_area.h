@@ -7,7 +7,8 @@
 // with every tile in both arrays; along a line or a column it would stay in one of them, and its fills would wait for each
 // other. Elsewhere the tiles of 16 lines follow each other, so that the cache lines that two tiles share are used up.
 //
-// w brings the moves: move_16x16, move_16x4 (lines x columns), move_4x16; smaller, a tile type for what is left. stream: stores that bypass the caches, for areas that no cache would keep; b must be aligned to them.
+// w brings the moves: move_16x16, move_16x4 (lines x columns), move_4x16; smaller, a tile type for what is left. stream:
+// stores that bypass the caches, for areas that no cache would keep; b must be aligned to them.
 #pragma once
 #include "trans/body/transpose_tile.h"
 

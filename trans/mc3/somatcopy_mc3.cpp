@@ -14,8 +14,14 @@ struct somatcopy_mc3 {
     static constexpr auto n = tesh_trans_mc3_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_mc3_tesh_somatcopy2_t;
     using block = block_of_4;
-    static void one_line(uint64_t n, const float *a, float *b, uint64_t ldb) { move_strided(n, a, 1, b, ldb); }
-    static void one_column(uint64_t n, const float *a, uint64_t lda, float *b) { move_strided(n, a, lda, b, 1); }
+    static void one_line(uint64_t length, const float *a, float *b, uint64_t ldb)
+    {
+        move_strided(length, a, 1, b, ldb);
+    }
+    static void one_column(uint64_t length, const float *a, uint64_t lda, float *b)
+    {
+        move_strided(length, a, lda, b, 1);
+    }
 };
 
 struct bytes_mc3 {
