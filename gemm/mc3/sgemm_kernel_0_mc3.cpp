@@ -23,7 +23,9 @@ using reg = __m128;
 
 inline reg load_pair(const float *p)
 {
-    return _mm_castpd_ps(_mm_loaddup_pd(reinterpret_cast<const double *>(p)));
+    double pair; // the bits of two floats, at any alignment
+    __builtin_memcpy(&pair, p, sizeof pair);
+    return _mm_castpd_ps(_mm_set1_pd(pair));
 }
 inline reg exchange_pairs(reg x)
 {

@@ -4,6 +4,7 @@
 #pragma once
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -74,8 +75,8 @@ public:
         keep_c();
     }
     // C as it stands is what beta multiplies and what the gaps must keep.
-    void keep_c() { std::memcpy(c0.data(), c.data(), c.size() * sizeof(float)); }
-    void restore_c() const { std::memcpy(c.data(), c0.data(), c.size() * sizeof(float)); }
+    void keep_c() { std::copy(c.begin(), c.end(), c0.begin()); }
+    void restore_c() const { std::copy(c0.begin(), c0.end(), c.begin()); }
 
     float op_a(std::int64_t i, std::int64_t p) const
     {
