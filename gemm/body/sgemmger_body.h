@@ -50,6 +50,15 @@ template <class v, ger_form form> inline void ger_rest(const ger_factors<v> &f, 
                 c[i] = f.beta_1 * c[i] + product;
         }
     } else {
+        if constexpr (v::width == 16)
+            if (count == 8) { // without a mask nothing waits for the store
+                const typename v::reg x_v = v::load_half(x);
+                typename v::reg old = x_v;
+                if constexpr (form != ger_form::fresh)
+                    old = v::load_half(c);
+                v::store_half(c, ger_value<v, form>(f, x_v, old));
+                return;
+            }
         const typename v::mask m = v::first(count);
         const typename v::reg x_v = v::load(x, m);
         typename v::reg old = x_v;
@@ -72,6 +81,10 @@ template <class v, ger_form form> inline void ger_column(const ger_factors<v> &f
         ger_rest<v, form>(f, m, x, c);
 }
 
+// Shorter columns are done from the last to the first: the masked rest of a column reaches, in lanes that are off, into
+// the column behind it, and a load from there would wait until the store is through. [rows]
+constexpr int64_t ger_short_column = 512;
+
 // All columns for m rows; x lies densely, y stands at its first logical element.
 template <class v, ger_form form>
 inline void ger_columns(int64_t m, int64_t n, float alpha, const float *x, const float *y, int64_t incy, float beta,
@@ -80,6 +93,12 @@ inline void ger_columns(int64_t m, int64_t n, float alpha, const float *x, const
     ger_factors<v> f;
     f.beta_1 = beta;
     f.beta = v::set1(beta);
+    if (m < ger_short_column) {
+        y += (n - 1) * incy;
+        c += (n - 1) * ldc;
+        incy = -incy;
+        ldc = -ldc;
+    }
     for (int64_t j = 0; j < n; ++j, y += incy, c += ldc) {
         f.t_1 = *y * alpha;
         f.t = v::set1(f.t_1);
