@@ -167,4 +167,31 @@ TEST(matrix_vector, avx2_without_memory_for_its_chunk_gives_the_right_answer)
     EXPECT_EQ(child.exit_code, 0);
     EXPECT_EQ(child.err, "");
 }
+
+// The kernels take the vectors at their first logical elements; the other side's increment may have any sign.
+TEST(matrix_vector, avx2_kernels_add_to_a_contiguous_side)
+{
+    if (!tesh_test::machine_has_path("avx2"))
+        GTEST_SKIP() << "no AVX2";
+    for (const char trans : {'N', 'T'}) {
+        for (const std::int64_t inc : {1, 2, -3}) {
+            for (const std::int64_t m : {1, 31, 64, 200}) {
+                sgemv_problem p;
+                p.trans = trans;
+                p.m = m;
+                p.n = 13;
+                p.alpha = 2.0f;
+                p.incx = trans == 'N' ? inc : 1;
+                p.incy = trans == 'N' ? 1 : inc;
+                p.kind = tesh_test::filling::integers;
+                const sgemv_operands got(p), expected(p);
+                const auto kernel = trans == 'N' ? tesh_blas_avx2_xsgemv_n : tesh_blas_avx2_xsgemv_t;
+                kernel(&p.m, &p.n, &p.alpha, got.a.data(), &p.m, &got.x[0], &inc, &got.y[0]);
+                expected.call(p, tesh_blas_def_xsgemv);
+                EXPECT_TRUE(same_bits(got.y, expected.y)) << p.text();
+                EXPECT_TRUE(got.y.gaps_untouched()) << p.text();
+            }
+        }
+    }
+}
 } // namespace
