@@ -35,9 +35,8 @@ bool ask_permission(void)
            (components >> tile_data & 1) != 0;
 }
 
-bool find_amx(tesh_serv_amx_record *record)
+bool find_amx(int32_t fine, tesh_serv_amx_record *record)
 {
-    const int32_t fine = tesh_serv_get_cpu_type(1);
     if (fine != 14 && fine != 16 && fine != 17)
         return false;
     cpuid_answer leaf7, leaf7_1, palettes, palette1, tmul, tmul_1;
@@ -70,9 +69,10 @@ bool find_amx(tesh_serv_amx_record *record)
 extern "C" int32_t tesh_serv_cpuhasamx(tesh_serv_amx_record *record)
 {
     if (__atomic_load_n(&amx_answer, __ATOMIC_ACQUIRE) == -1) {
+        const int32_t fine = tesh_serv_get_cpu_type(1); // can end the process, so not with the lock held
         tesh_serv_lock(&amx_lock);
         if (__atomic_load_n(&amx_answer, __ATOMIC_RELAXED) == -1) {
-            const bool found = find_amx(&amx_record);
+            const bool found = find_amx(fine, &amx_record);
             if (!found)
                 amx_record = tesh_serv_amx_record();
             __atomic_store_n(&amx_answer, static_cast<int32_t>(found), __ATOMIC_RELEASE);

@@ -43,10 +43,12 @@ constexpr branch_text branch_texts[] = {
     {"AVX512_E1", branch_avx512_e1}, {"AVX10", branch_avx10},
 };
 
-// The highest branch that a processor of the maker can honour, by its fine number.
-int32_t best_branch(void)
+// The highest branch that a processor of the maker can honour, by its fine number. A processor below the minimum leaves
+// the code that the process has to end with in *status: it ends once no lock is held, since what runs at the exit may
+// come back here.
+int32_t best_branch(int32_t *status)
 {
-    switch (tesh_serv_get_cpu_type(1)) {
+    switch (__detect_real_cpu(status)) {
     case 0:
     case 1:
         return branch_sse2;
@@ -73,11 +75,39 @@ int32_t best_branch(void)
     }
 }
 
-bool beyond_processor(int32_t asked)
+bool beyond_processor(int32_t asked, int32_t *status)
 {
-    const int32_t best = best_branch();
+    const int32_t best = best_branch(status);
     return (asked > best && asked < 16) || (best == branch_avx512 && asked == 11) ||
            (best == branch_avx512_e1 && (asked == 11 || asked == 13));
+}
+
+// What check_cbwr_settings answers.
+int32_t check_value(int32_t value, int32_t *status)
+{
+    const int32_t asked = value & branch_mask;
+    const bool maker = TESH_Orvan_CPU_True_Internal() == 1;
+    if (maker) {
+        if (beyond_processor(asked, status))
+            return answer_not_honoured;
+        if (asked == branch_ssse3)
+            tesh_serv_print(1, message_ssse3_deprecated, 0);
+        if (asked == branch_avx)
+            tesh_serv_print(1, message_avx_deprecated, 0);
+    }
+    if (static_cast<uint32_t>(value) > highest_value)
+        return answer_not_honoured;
+    if (asked == branch_auto || asked == branch_compatible)
+        return answer_accepted;
+    if (asked >= branch_sse2 && asked <= branch_avx10)
+        return maker ? answer_accepted : answer_not_honoured;
+    return answer_no_such_branch;
+}
+
+void exit_if_failed(int32_t status)
+{
+    if (status != 0)
+        tesh_serv_exit(status);
 }
 
 // Cuts ",STRICT" off the end of the text, blanks on both sides of the comma included.
@@ -99,7 +129,7 @@ bool cut_strict(char *text, size_t length)
 }
 
 // The setting that TESH_CBWR asks for.
-int32_t value_of_text(char *text, size_t length)
+int32_t value_of_text(char *text, size_t length, int32_t *status)
 {
     constexpr char prefix[] = "BRANCH=";
     constexpr size_t prefix_length = sizeof prefix - 1;
@@ -107,7 +137,7 @@ int32_t value_of_text(char *text, size_t length)
     const char *name = strncmp(text, prefix, prefix_length) == 0 ? text + prefix_length : text;
     for (const branch_text &row : branch_texts) {
         if (strcmp(name, row.text) == 0)
-            return (check_cbwr_settings(row.branch) == answer_accepted ? row.branch : branch_auto) | strict;
+            return (check_value(row.branch, status) == answer_accepted ? row.branch : branch_auto) | strict;
     }
     return branch_auto;
 }
@@ -125,37 +155,30 @@ int32_t tesh_cbwr = -1;
 
 int32_t check_cbwr_settings(int32_t value)
 {
-    const int32_t asked = value & branch_mask;
-    const bool maker = TESH_Orvan_CPU_True_Internal() == 1;
-    if (maker) {
-        if (beyond_processor(asked))
-            return answer_not_honoured;
-        if (asked == branch_ssse3)
-            tesh_serv_print(1, message_ssse3_deprecated, 0);
-        if (asked == branch_avx)
-            tesh_serv_print(1, message_avx_deprecated, 0);
-    }
-    if (static_cast<uint32_t>(value) > highest_value)
-        return answer_not_honoured;
-    if (asked == branch_auto || asked == branch_compatible)
-        return answer_accepted;
-    if (asked >= branch_sse2 && asked <= branch_avx10)
-        return maker ? answer_accepted : answer_not_honoured;
-    return answer_no_such_branch;
+    int32_t status = 0;
+    const int32_t answer = check_value(value, &status);
+    exit_if_failed(status);
+    return answer;
 }
 
-void get_tesh_cbwr_from_env(void)
+int32_t get_tesh_cbwr_from_env(void)
 {
     char text[128];
+    int32_t status = 0;
     const int32_t length = tesh_serv_getenv("TESH_CBWR", text, sizeof text);
-    const int32_t value = length < 1 ? branch_off : value_of_text(text, static_cast<size_t>(length));
+    const int32_t value = length < 1 ? branch_off : value_of_text(text, static_cast<size_t>(length), &status);
     __atomic_store_n(&tesh_cbwr, value, __ATOMIC_RELEASE);
+    return status;
+}
+
+int32_t cbwr_resolve(void)
+{
+    return __atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) == -1 ? get_tesh_cbwr_from_env() : 0;
 }
 
 int32_t tesh_serv_cbwr_get_nolock(int32_t what)
 {
-    if (__atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) == -1)
-        get_tesh_cbwr_from_env();
+    exit_if_failed(cbwr_resolve());
     return part_of(__atomic_load_n(&tesh_cbwr, __ATOMIC_RELAXED), what);
 }
 
@@ -163,15 +186,21 @@ int32_t tesh_serv_cbwr_get(int32_t what)
 {
     if (__atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) == -1) {
         tesh_serv_lock(&TESH_Detect_Cpu_Global_Lock);
-        tesh_serv_cbwr_get_nolock(what);
+        const int32_t status = cbwr_resolve();
         tesh_serv_unlock(&TESH_Detect_Cpu_Global_Lock);
+        exit_if_failed(status);
     }
     return part_of(__atomic_load_n(&tesh_cbwr, __ATOMIC_RELAXED), what);
 }
 
 int32_t tesh_serv_cbwr_get_auto_branch(void)
 {
-    return TESH_Orvan_CPU_True_Internal() ? best_branch() : branch_auto;
+    if (!TESH_Orvan_CPU_True_Internal())
+        return branch_auto;
+    int32_t status = 0;
+    const int32_t best = best_branch(&status);
+    exit_if_failed(status);
+    return best;
 }
 
 int32_t tesh_serv_cbwr_set(int32_t value)
@@ -179,17 +208,18 @@ int32_t tesh_serv_cbwr_set(int32_t value)
     constexpr int32_t value_of_small[3] = {branch_off, branch_off, branch_auto};
     if (tesh_serv_get_cpu_type(0) >= 0)
         return value == __atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) ? answer_accepted : answer_too_late;
-    int32_t answer = answer_accepted;
+    int32_t answer = answer_accepted, status = 0;
     tesh_serv_lock(&TESH_Detect_Cpu_Global_Lock);
     if (tesh_serv_get_cpu_type(0) >= 0)
         answer = answer_too_late;
     else if (static_cast<uint32_t>(value) >= 3)
-        answer = check_cbwr_settings(value);
+        answer = check_value(value, &status);
     else
         value = value_of_small[value];
     if (answer == answer_accepted)
         __atomic_store_n(&tesh_cbwr, value, __ATOMIC_RELEASE);
     tesh_serv_unlock(&TESH_Detect_Cpu_Global_Lock);
+    exit_if_failed(status);
     return answer;
 }
 }

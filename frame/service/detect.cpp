@@ -199,9 +199,9 @@ int32_t TESH_Orvan_CPU_Internal(void)
 {
     constexpr int32_t branch_compatible = 3;
     if (__atomic_load_n(&orvan_answer, __ATOMIC_ACQUIRE) < 0) {
+        const int32_t branch = tesh_serv_cbwr_get(1); // can end the process, so not with the lock held
         tesh_serv_lock(&orvan_lock);
         if (__atomic_load_n(&orvan_answer, __ATOMIC_RELAXED) < 0) {
-            const int32_t branch = tesh_serv_cbwr_get(1);
             const bool named = branch != 1 && branch != 2;
             const int32_t answer = named ? branch != branch_compatible : TESH_Orvan_CPU_True_Internal();
             __atomic_store_n(&orvan_answer, answer, __ATOMIC_RELEASE);
@@ -273,18 +273,22 @@ int32_t __tesh_cpu_detect_and_load_dll(void)
     if (__atomic_load_n(&tesh_cpu_type, __ATOMIC_RELAXED) >= 0 &&
         __atomic_load_n(&tesh_vml_cpu_type, __ATOMIC_RELAXED) >= 0)
         return 0;
+    int32_t status = cbwr_resolve();
+    if (status != 0)
+        return status;
     const int32_t branch = tesh_serv_cbwr_get_nolock(1);
     int32_t type = -1;
     if (branch < 3 || !branch_gives_type(branch, &type)) {
-        const int32_t status = stored_type_of_processor(&type);
+        status = stored_type_of_processor(&type);
         if (status != 0)
             return status;
     }
     if (!is_usable(type))
         return status_failed;
     const int32_t vml_type = type == 1 ? 2 : type < 2 ? type : type + 2;
-    __atomic_store_n(&tesh_vml_cpu_type, vml_type, __ATOMIC_RELEASE);
+    // Whoever finds the second finds the first: "detection has run" means the first.
     __atomic_store_n(&tesh_cpu_type, type == 1 ? 0 : type, __ATOMIC_RELEASE);
+    __atomic_store_n(&tesh_vml_cpu_type, vml_type, __ATOMIC_RELEASE);
     return 0;
 }
 

@@ -42,7 +42,10 @@ int32_t detect_avx_vnni(void);
 
 // ---- cbwr.cpp ----
 int32_t check_cbwr_settings(int32_t value);
-void get_tesh_cbwr_from_env(void);
+// Both store the setting, the second if it is not there yet, for callers that hold TESH_Detect_Cpu_Global_Lock. Not 0 on
+// a processor below the minimum: the code with which the caller ends the process when it has let go of the lock.
+int32_t get_tesh_cbwr_from_env(void);
+int32_t cbwr_resolve(void);
 }
 
 namespace

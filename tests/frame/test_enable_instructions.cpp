@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The instruction limit as a call and as a variable: what is applied, what it switches off, when it is read.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -245,6 +247,75 @@ TEST(detection, a_failure_ends_the_process_or_asks_the_exit_hook)
         tesh_serv_set_exit_handler(nullptr);
     });
     EXPECT_EQ(child.exit_code, 0);
+}
+
+namespace
+{
+// Every first question that meets a processor below the minimum.
+struct fatal_question {
+    const char *name, *cbwr;
+    void (*ask)();
+};
+constexpr fatal_question fatal_questions[] = {
+    {"cpu_detect", "", [] { tesh_serv_cpu_detect(); }},
+    {"cpu_detect with a branch", "SSE2", [] { tesh_serv_cpu_detect(); }},
+    {"vml_cpu_detect with a branch", "SSE2", [] { tesh_serv_vml_cpu_detect(); }},
+    {"get_cpu_type", "", [] { tesh_serv_get_cpu_type(1); }},
+    {"cbwr_get", "SSE2", [] { tesh_serv_cbwr_get(1); }},
+    {"cbwr_get_nolock", "SSE2", [] { tesh_serv_cbwr_get_nolock(1); }},
+    {"cbwr_set", "", [] { tesh_serv_cbwr_set(4); }},
+    {"cbwr_get_auto_branch", "", [] { tesh_serv_cbwr_get_auto_branch(); }},
+    {"Orvan_CPU_Internal", "SSE2", [] { TESH_Orvan_CPU_Internal(); }},
+    {"check_cbwr_settings", "", [] { check_cbwr_settings(4); }},
+    {"cpuhasamx", "", [] { tesh_serv_cpuhasamx(nullptr); }},
+};
+} // namespace
+
+TEST(detection, what_runs_at_a_fatal_exit_can_ask_again)
+{
+    for (const fatal_question &question : fatal_questions) {
+        SCOPED_TRACE(question.name);
+        const auto child = on_processor("none", {{"TESH_CBWR", question.cbwr}}, [&] {
+            alarm(10); // a lock that is still held would be waited for without end
+            std::atexit([] {
+                tesh_serv_set_exit_handler([](int32_t) {}); // exit may not be called a second time
+                std::fflush(stdout);
+                std::printf("at exit\n");
+                tesh_serv_cbwr_get(1);
+                TESH_Orvan_CPU_Internal();
+                tesh_serv_cpuhasamx(nullptr);
+                tesh_serv_cbwr_set(4);
+                tesh_serv_cpu_detect();
+            });
+            question.ask();
+            ADD_FAILURE() << "still here";
+        });
+        EXPECT_EQ(child.exit_code, 1);
+        const std::string once =
+            "Orvan Tesh FATAL ERROR: This system does not meet the minimum requirements for use of the Orvan(R) Tesh "
+            "Numeric Library.\nThe processor must support the Orvan(R) Streaming SIMD 3 Extensions (Orvan(R) SSE3) "
+            "instructions.\nat exit\n";
+        EXPECT_EQ(child.out.substr(0, once.size()), once);
+    }
+}
+
+TEST(detection, the_exit_hook_is_asked_once_with_the_locks_free)
+{
+    for (const fatal_question &question : fatal_questions) {
+        SCOPED_TRACE(question.name);
+        on_processor("none", {{"TESH_CBWR", question.cbwr}}, [&] {
+            static int calls = 0, lock_was_free = 0;
+            tesh_serv_set_exit_handler([](int32_t code) {
+                EXPECT_EQ(code, 1);
+                ++calls;
+                lock_was_free = tesh_serv_trylock(&TESH_Detect_Cpu_Global_Lock);
+                tesh_serv_unlock(&TESH_Detect_Cpu_Global_Lock);
+            });
+            question.ask();
+            EXPECT_EQ(calls, 1);
+            EXPECT_EQ(lock_was_free, 1);
+        });
+    }
 }
 
 TEST(detection, has_no_single_use_record)
