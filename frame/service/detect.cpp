@@ -2,6 +2,7 @@
 // Which processor this is: the vendor test, the fine number, the stored type and its binding. Decided once per process.
 // The instruction limit that a user can set beforehand is in enable_instructions.cpp.
 #include "frame/service/enable_instructions.h"
+#include "frame/service/getenv.h"
 #include "frame/service/processor.h"
 
 namespace
@@ -133,8 +134,10 @@ int32_t vendor_answer_from_processor(void)
     if (processor_vendor_is("GenuineOrvan"))
         return 1;
     char list[trusted_vendors_bytes];
-    tesh_serv_getenv("TESH_TRUSTED_VENDORS", list, sizeof list); // empty where unset or too long
-    return trusted_vendor_listed(list);
+    const int32_t length =
+        tesh_serv_getenv("TESH_TRUSTED_VENDORS", list, sizeof list); // negative: too long, so ignored
+    const bool is_set = length > 0 || (length == 0 && getenv_is_set("TESH_TRUSTED_VENDORS"));
+    return trusted_vendor_listed(is_set ? list : nullptr);
 }
 
 // Double-checked detection; answers the global that *type is.

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "frame/service/getenv.h"
 #include "frame/tesh_serv.h"
 
 // Above 0: only the names below can be read.
@@ -24,7 +25,18 @@ bool is_always_visible(const char *name)
     }
     return false;
 }
+
+// Null where the variable is not set or cannot be seen.
+const char *visible_value(const char *name)
+{
+    return tesh_serv_get_envmode_variable() > 0 && !is_always_visible(name) ? nullptr : getenv(name);
+}
 } // namespace
+
+bool getenv_is_set(const char *name)
+{
+    return visible_value(name) != nullptr;
+}
 
 extern "C" {
 int32_t tesh_serv_get_envmode_variable(void)
@@ -41,9 +53,7 @@ int32_t tesh_serv_getenv(const char *name, char *buffer, int32_t size)
 {
     if (size > 0)
         buffer[0] = 0;
-    if (tesh_serv_get_envmode_variable() > 0 && !is_always_visible(name))
-        return 0;
-    const char *value = getenv(name);
+    const char *value = visible_value(name);
     if (value == nullptr)
         return 0;
     const int32_t length = static_cast<int32_t>(tesh_serv_strnlen_s(value, value_bound));

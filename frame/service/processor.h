@@ -22,9 +22,13 @@ void processor_cpuid_listed(uint32_t leaf, uint32_t subleaf, cpuid_answer *answe
 // 1 if leaf 0 spells the twelve characters.
 int32_t processor_vendor_is(const char *vendor);
 
+// ---- general_regs/proc_getenv.cpp ----
+// __libtesh_libc_getenv_from_proc with an answer: true if the variable is set, be it empty.
+bool proc_getenv(const char *name, char *buffer, int64_t size);
+
 // ---- general_regs/trusted_vendors.cpp ----
 // 1 if the list (comma-separated, blanks around items ignored) holds `any` or this processor's twelve-character vendor.
-// An empty list stands for the one that the library was built with.
+// Null stands for the list that the library was built with; an empty list is one, and trusts nobody.
 int32_t trusted_vendor_listed(const char *list);
 constexpr int32_t trusted_vendors_bytes = 1024; // room for a list [bytes]
 

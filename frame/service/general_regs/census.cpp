@@ -214,8 +214,8 @@ bool is_maker(void)
     if (processor_vendor_is("GenuineOrvan"))
         return true;
     char list[trusted_vendors_bytes];
-    __libtesh_libc_getenv_from_proc("TESH_TRUSTED_VENDORS", list, sizeof list);
-    return trusted_vendor_listed(list) != 0;
+    const bool is_set = proc_getenv("TESH_TRUSTED_VENDORS", list, sizeof list);
+    return trusted_vendor_listed(is_set ? list : nullptr) != 0;
 }
 
 // The baseline bit and, if the processor lists any leaf, all the rest.

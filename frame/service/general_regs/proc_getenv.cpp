@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <sys/syscall.h>
 
-#include "frame/tesh_serv.h"
+#include "frame/service/processor.h"
 
 namespace
 {
@@ -53,7 +53,7 @@ bool take_if_wanted(const wanted &want, const char *entry, size_t length)
 
 // Walks the file through one block; an unfinished entry moves to the start of the block before the next read, and one
 // that is longer than the block is skipped whole.
-void search(int32_t file, const wanted &want)
+bool search(int32_t file, const wanted &want)
 {
     constexpr size_t block_bytes = 1024;
     char block[block_bytes];
@@ -69,7 +69,7 @@ void search(int32_t file, const wanted &want)
             if (block[i] != 0)
                 continue;
             if (!skipping && take_if_wanted(want, block + start, i - start))
-                return;
+                return true;
             skipping = false;
             start = i + 1;
         }
@@ -79,8 +79,7 @@ void search(int32_t file, const wanted &want)
             held = 0;
         memcpy_forward(block, block + start, held);
     }
-    if (held > 0)
-        take_if_wanted(want, block, held);
+    return held > 0 && take_if_wanted(want, block, held);
 }
 } // namespace
 
@@ -127,16 +126,22 @@ int32_t __libtesh_libc_close(int32_t file)
     return static_cast<int32_t>(system_call(SYS_close, file, 0, 0));
 }
 
-void __libtesh_libc_getenv_from_proc(const char *name, char *buffer, int64_t size)
+bool proc_getenv(const char *name, char *buffer, int64_t size)
 {
     if (size <= 0)
-        return;
+        return false;
     const wanted want = {name, __libtesh_libc_strlen(name), buffer, static_cast<size_t>(size)};
     __libtesh_libc_memset(buffer, 0, want.buffer_bytes);
     const int32_t file = __libtesh_libc_open("/proc/self/environ", O_RDONLY | O_CLOEXEC);
     if (file < 0)
-        return;
-    search(file, want);
+        return false;
+    const bool found = search(file, want);
     __libtesh_libc_close(file);
+    return found;
+}
+
+void __libtesh_libc_getenv_from_proc(const char *name, char *buffer, int64_t size)
+{
+    proc_getenv(name, buffer, size);
 }
 }

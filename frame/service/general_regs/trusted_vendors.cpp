@@ -6,7 +6,7 @@
 extern "C" int32_t trusted_vendor_listed(const char *list)
 {
     constexpr int64_t vendor_characters = 12;
-    for (const char *item = *list != 0 ? list : TESH_TRUSTED_VENDORS_DEFAULT; *item != 0;) {
+    for (const char *item = list != nullptr ? list : TESH_TRUSTED_VENDORS_DEFAULT; *item != 0;) {
         while (*item == ' ' || *item == ',')
             ++item;
         const char *end = item, *next = item;
