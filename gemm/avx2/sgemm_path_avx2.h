@@ -23,6 +23,8 @@ struct sgemm_path_avx2 {
     static constexpr int a_ahead = 704 / 4;
     static constexpr int b_ahead = 384 / 4;
     static constexpr int next_a_lines = 1;
+    static constexpr int c_head = 28 / 4;
+    static inline void fetch_c(const char *p) { _mm_prefetch(p, _MM_HINT_T0); }
     static constexpr int64_t pack_version = 1; // of the header in front of a packed block that outlives a call
 };
 } // namespace

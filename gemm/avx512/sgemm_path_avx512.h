@@ -34,6 +34,9 @@ struct sgemm_path_avx512 {
     static constexpr int a_ahead = 0;
     static constexpr int b_ahead = 512 / 4;
     static constexpr int next_a_lines = 3;
+    static constexpr int c_head = -1;
+    // For writing. Every processor with AVX-512 has the instruction; the compiler wants a flag of its own for it.
+    static inline void fetch_c(const char *p) { __asm__ volatile("prefetchw %0" : : "m"(*p)); }
     static constexpr int64_t pack_version = 2; // of the header in front of a packed block that outlives a call
 };
 } // namespace

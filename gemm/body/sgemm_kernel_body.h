@@ -7,8 +7,10 @@
 //   c_groups       groups of four depth steps, from the end, that fetch the C tile
 //   a_ahead        distance at which A is fetched [elements], 0 where the processor's own stream will do
 //   b_ahead        distance at which B is fetched [elements]
-//   next_a_lines   lines of the next A panel fetched per column of a finished tile: with a full B block the panel is
-//                  covered once
+//   next_a_lines   lines of the next A panel fetched per column of a finished tile, beside one at the tile's head: with a
+//                  full B block the panel is covered once
+//   c_head         place in each column of C that is fetched at the tile's head [elements], -1 for none
+//   fetch_c        fetches a line of C
 #pragma once
 #include "gemm/sgemm_paths.h"
 
@@ -32,7 +34,7 @@ template <class v, int rv, int cols>
 }
 
 // Fetches the C tile into the cache, for writing, a line at a time: first lines of all columns, then the next ones.
-template <int cols> struct c_fetch {
+template <class p, int cols> struct c_fetch {
     const char *line, *next;
     int64_t column_bytes;
     int left = cols;
@@ -42,7 +44,7 @@ template <int cols> struct c_fetch {
     }
     [[gnu::always_inline]] inline void step()
     {
-        __builtin_prefetch(line, 1, 3);
+        p::fetch_c(line);
         line += column_bytes;
         if (--left == 0) {
             left = cols;
@@ -68,6 +70,13 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
             for (int i = 0; i < rv; ++i)
                 acc[s][j][i] = v::zero();
 
+    _mm_prefetch(next_a, _MM_HINT_T2);
+    next_a += 64;
+    if constexpr (p::c_head >= 0)
+#pragma GCC unroll 8
+        for (int j = 0; j < cols; ++j)
+            _mm_prefetch(reinterpret_cast<const char *>(c + j * ldc + p::c_head), _MM_HINT_T0);
+
     const auto group = [&]() __attribute__((always_inline))
     {
         _mm_prefetch(reinterpret_cast<const char *>(b + p::b_ahead), _MM_HINT_T0);
@@ -88,7 +97,7 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
 #pragma GCC unroll 1
     for (; groups > p::c_groups; --groups)
         group();
-    c_fetch<cols> fetch(c, ldc);
+    c_fetch<p, cols> fetch(c, ldc);
 #pragma GCC unroll 1
     for (; groups > 0; --groups) {
         fetch.step();
