@@ -61,6 +61,8 @@ template <class rows, int cols, beta_form form>
         a += a_depth;
         b += b_depth;
         b4 += b_depth;
+        // Three running addresses and the strides: what the compiler would precompute instead does not fit the registers.
+        __asm__("" : "+r"(a), "+r"(b), "+r"(b4));
     };
     int64_t k = x.k;
 #pragma GCC unroll 1
