@@ -23,29 +23,32 @@ template <class v_, int vecs_> struct whole_rows {
     }
 };
 
-// 8 rows by 8 depth steps. Steps beyond valid come out as zeros: the panel has room for them. Rows beyond the last one
-// repeat it.
-inline void transpose_8(const float *a, int64_t lda, int64_t last_row, int64_t valid, float *panel)
+// Four depth steps from l on, of 8 rows, into a panel of 16: fours of rows, two of them side by side in a register.
+template <class load> [[gnu::always_inline]] inline void transpose_steps(load four, float *panel)
 {
-    const __m256i mask = vec_avx2::first(valid);
-    __m256 x[8], y[8];
-#pragma GCC unroll 8
-    for (int i = 0; i < 8; ++i)
-        x[i] = vec_avx2::load(a + min_of(i, last_row) * lda, mask);
-        // y[4*g + q]: in half r, step 4*r + q of rows 4*g .. 4*g + 3.
-#pragma GCC unroll 2
-    for (int i = 0; i < 8; i += 4) {
-        const __m256 t0 = _mm256_unpacklo_ps(x[i], x[i + 1]), t1 = _mm256_unpackhi_ps(x[i], x[i + 1]);
-        const __m256 t2 = _mm256_unpacklo_ps(x[i + 2], x[i + 3]), t3 = _mm256_unpackhi_ps(x[i + 2], x[i + 3]);
-        y[i] = _mm256_shuffle_ps(t0, t2, 0x44);
-        y[i + 1] = _mm256_shuffle_ps(t0, t2, 0xee);
-        y[i + 2] = _mm256_shuffle_ps(t1, t3, 0x44);
-        y[i + 3] = _mm256_shuffle_ps(t1, t3, 0xee);
-    }
+    __m256 x[4];
 #pragma GCC unroll 4
-    for (int q = 0; q < 4; ++q) {
-        vec_avx2::store(panel + q * 16, _mm256_permute2f128_ps(y[q], y[4 + q], 0x20));
-        vec_avx2::store(panel + (q + 4) * 16, _mm256_permute2f128_ps(y[q], y[4 + q], 0x31));
+    for (int i = 0; i < 4; ++i)
+        x[i] = _mm256_insertf128_ps(_mm256_castps128_ps256(four(i)), four(i + 4), 1);
+    const __m256 t0 = _mm256_unpacklo_ps(x[0], x[1]), t1 = _mm256_unpackhi_ps(x[0], x[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(x[2], x[3]), t3 = _mm256_unpackhi_ps(x[2], x[3]);
+    vec_avx2::store(panel, _mm256_shuffle_ps(t0, t2, 0x44));
+    vec_avx2::store(panel + 16, _mm256_shuffle_ps(t0, t2, 0xee));
+    vec_avx2::store(panel + 32, _mm256_shuffle_ps(t1, t3, 0x44));
+    vec_avx2::store(panel + 48, _mm256_shuffle_ps(t1, t3, 0xee));
+}
+// Steps beyond k come out as zeros: the panel has room for them.
+template <bool whole> inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda, float *panel)
+{
+    const row_pointers<8, whole> p(a, lda, count);
+    int64_t l = 0;
+    for (; l + 4 <= k; l += 4)
+        transpose_steps(
+            [&](int i) __attribute__((always_inline)) { return _mm_loadu_ps(p.at(i, l)); }, panel + l * 16);
+    if (l < k) {
+        const __m128i valid = _mm256_castsi256_si128(vec_avx2::first(k - l));
+        transpose_steps(
+            [&](int i) __attribute__((always_inline)) { return _mm_maskload_ps(p.at(i, l), valid); }, panel + l * 16);
     }
 }
 
@@ -63,11 +66,10 @@ struct nocopy_avx2 {
     }
     static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
     {
-        for (int64_t i = 0; i < rows; i += 8) {
-            const int64_t last_row = min_of(rows - i, 8) - 1;
-            for (int64_t l = 0; l < k; l += 8)
-                transpose_8(a + i * lda + l, lda, last_row, min_of(k - l, 8), panel + l * panel_m + i);
-        }
+        for (; rows >= 8; rows -= 8, a += 8 * lda, panel += 8)
+            transpose_rows<true>(8, k, a, lda, panel);
+        if (rows > 0)
+            transpose_rows<false>(rows, k, a, lda, panel);
     }
 
     template <class v, int vecs, beta_form form>

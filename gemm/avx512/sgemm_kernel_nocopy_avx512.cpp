@@ -50,35 +50,48 @@ template <int control> inline __m512 quarters(__m512 x, __m512 y)
     return _mm512_maskz_shuffle_f32x4(all, x, y, control);
 }
 
-// 16 rows by 16 depth steps: pairs of rows, fours, then quarters of registers twice. Steps beyond valid come out as
-// zeros: the panel has room for them. Rows beyond the last one repeat it.
-inline void transpose_16(const float *a, int64_t lda, int64_t last_row, __mmask16 valid, float *panel)
+inline __m512 side_by_side(__m256 low, __m256 high)
 {
-    __m512 x[16], y[16];
-#pragma GCC unroll 16
-    for (int i = 0; i < 16; ++i)
-        x[i] = vec_avx512::load(a + min_of(i, last_row) * lda, valid);
-        // y[4*g + q]: in quarter r, step 4*r + q of rows 4*g .. 4*g + 3.
+    return _mm512_maskz_insertf32x8(all, _mm512_castps256_ps512(low), high, 1);
+}
+
+// Eight depth steps from l on, of 8 or 16 rows, into a panel of 48: fours of rows, two of them side by side in a register,
+// then quarters of registers. Steps beyond valid come out as zeros: the panel has room for them.
+template <int rows, class pointers>
+[[gnu::always_inline]] inline void transpose_steps(const pointers &p, int64_t l, __mmask8 valid, float *panel)
+{
+    __m512 y[rows / 2];
+#pragma GCC unroll 2
+    for (int g = 0; g < rows; g += 8) {
+        __m512 x[4];
 #pragma GCC unroll 4
-    for (int i = 0; i < 16; i += 4) {
-        const __m512 t0 = _mm512_maskz_unpacklo_ps(all, x[i], x[i + 1]);
-        const __m512 t1 = _mm512_maskz_unpackhi_ps(all, x[i], x[i + 1]);
-        const __m512 t2 = _mm512_maskz_unpacklo_ps(all, x[i + 2], x[i + 3]);
-        const __m512 t3 = _mm512_maskz_unpackhi_ps(all, x[i + 2], x[i + 3]);
-        y[i] = pairs<0x44>(t0, t2);
-        y[i + 1] = pairs<0xee>(t0, t2);
-        y[i + 2] = pairs<0x44>(t1, t3);
-        y[i + 3] = pairs<0xee>(t1, t3);
+        for (int i = 0; i < 4; ++i)
+            x[i] = side_by_side(_mm256_maskz_loadu_ps(valid, p.at(g + i, l)),
+                                _mm256_maskz_loadu_ps(valid, p.at(g + 4 + i, l)));
+        const __m512 t0 = _mm512_maskz_unpacklo_ps(all, x[0], x[1]), t1 = _mm512_maskz_unpackhi_ps(all, x[0], x[1]);
+        const __m512 t2 = _mm512_maskz_unpacklo_ps(all, x[2], x[3]), t3 = _mm512_maskz_unpackhi_ps(all, x[2], x[3]);
+        y[g / 2] = pairs<0x44>(t0, t2);
+        y[g / 2 + 1] = pairs<0xee>(t0, t2);
+        y[g / 2 + 2] = pairs<0x44>(t1, t3);
+        y[g / 2 + 3] = pairs<0xee>(t1, t3);
     }
+    // y[q]: steps q and q + 4 of rows 0-3, then of rows 4-7; y[q + 4] the same of rows 8-15. 8 rows stand twice.
 #pragma GCC unroll 4
     for (int q = 0; q < 4; ++q) {
-        const __m512 low = quarters<0x44>(y[q], y[4 + q]), high = quarters<0xee>(y[q], y[4 + q]);
-        const __m512 low2 = quarters<0x44>(y[8 + q], y[12 + q]), high2 = quarters<0xee>(y[8 + q], y[12 + q]);
-        vec_avx512::store(panel + q * 48, quarters<0x88>(low, low2));
-        vec_avx512::store(panel + (q + 4) * 48, quarters<0xdd>(low, low2));
-        vec_avx512::store(panel + (q + 8) * 48, quarters<0x88>(high, high2));
-        vec_avx512::store(panel + (q + 12) * 48, quarters<0xdd>(high, high2));
+        const __m512 low = y[q], high = y[rows == 16 ? q + 4 : q];
+        vec_avx512::store(panel + q * 48, quarters<0x88>(low, high));
+        vec_avx512::store(panel + (q + 4) * 48, quarters<0xdd>(low, high));
     }
+}
+template <int rows, bool whole>
+inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda, float *panel)
+{
+    const row_pointers<rows, whole> p(a, lda, count);
+    int64_t l = 0;
+    for (; l + 8 <= k; l += 8)
+        transpose_steps<rows>(p, l, 0xff, panel + l * 48);
+    if (l < k)
+        transpose_steps<rows>(p, l, static_cast<__mmask8>((1 << (k - l)) - 1), panel + l * 48);
 }
 
 struct nocopy_avx512 {
@@ -98,12 +111,12 @@ struct nocopy_avx512 {
     }
     static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
     {
-        for (int64_t i = 0; i < rows; i += 16) {
-            const int64_t last_row = min_of(rows - i, 16) - 1;
-            for (int64_t l = 0; l < k; l += 16)
-                transpose_16(a + i * lda + l, lda, last_row, vec_avx512::first(min_of(k - l, 16)),
-                             panel + l * panel_m + i);
-        }
+        for (; rows >= 16; rows -= 16, a += 16 * lda, panel += 16)
+            transpose_rows<16, true>(16, k, a, lda, panel);
+        if (rows > 8)
+            transpose_rows<16, false>(rows, k, a, lda, panel);
+        else if (rows > 0)
+            transpose_rows<8, false>(rows, k, a, lda, panel);
     }
 
     // 48 rows at a time; where 49 to 64 are left, 32 and the rest, since a tile of one register has too few sums to keep

@@ -22,14 +22,14 @@ struct block_rule {
 };
 constexpr block_rule nocopy_m_rule = {8064, 4032, 6049};
 
-// A real product treats the conjugate as the transpose.
-inline bool is_conjugate(char trans)
+// Distance of a letter from 'C', the first one of C, N, T, c, n, t; a set holds a bit for each of its letters. A real
+// product treats the conjugate as the transpose.
+constexpr uint64_t letters_of_transposition = 0x2000100020001;  // C, T, c, t
+constexpr uint64_t letters_of_conjugation = 0x0000000100000001; // C, c
+inline bool is_letter_of(uint64_t set, char trans)
 {
-    return trans == 'C' || trans == 'c';
-}
-inline bool is_transposed(char trans)
-{
-    return is_conjugate(trans) || trans == 'T' || trans == 't';
+    const uint8_t letter = static_cast<uint8_t>(trans - 'C');
+    return letter < 50 && (set >> letter & 1);
 }
 
 constexpr int nocopy_slots = 16;
@@ -40,7 +40,7 @@ inline int nocopy_slot(bool a_conjugate, bool a_transposed, bool b_conjugate, bo
 }
 
 // C := beta*C where there is nothing to add.
-inline void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
+[[gnu::noinline]] void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
 {
     if (beta == 1.0f)
         return;
@@ -62,42 +62,75 @@ inline void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc
     }
 }
 
-template <class p>
-inline void nocopy_driver(const blas_op_record *op, const blas_matrix_view *a_view, const blas_matrix_view *b_view,
-                          const blas_matrix_view *c_view)
+// The arguments of a product, by value.
+struct nocopy_call {
+    int64_t m, n, k;
+    const float *alpha, *a;
+    int64_t lda;
+    const float *b;
+    int64_t ldb;
+    const float *beta;
+    float *c;
+    int64_t ldc;
+};
+
+template <class p, bool a_transposed, bool b_transposed>
+[[gnu::noinline]] void nocopy_blocks(const nocopy_call &x, const block_rule &k_rule, const block_rule &n_rule,
+                                     tesh_blas_sgemm_kernel_nocopy_fn *first, tesh_blas_sgemm_kernel_nocopy_fn *add)
 {
-    const int64_t m = c_view->rows, n = c_view->cols, k = a_view->cols;
-    if (m < 1 || n < 1)
-        return;
-    const bool a_transposed = is_transposed(*op->transa), b_transposed = is_transposed(*op->transb);
-    const float *a = static_cast<const float *>(a_view->base), *b = static_cast<const float *>(b_view->base);
-    float *c = static_cast<float *>(c_view->base);
-    const int64_t lda = a_view->ld, ldb = b_view->ld, ldc = c_view->ld;
-    if (a_transposed && !b_transposed && m <= 3 && n <= 15 && m * n < 32) {
-        p::pst("T", "N", &m, &n, &k, &op->alpha, a, &lda, b, &ldb, &op->beta, c, &ldc);
-        return;
-    }
-    if (k < 1 || op->alpha == 0.0f) {
-        nocopy_scale(m, n, op->beta, c, ldc);
-        return;
-    }
-    const int slot = nocopy_slot(is_conjugate(*op->transa), a_transposed, is_conjugate(*op->transb), b_transposed);
-    const int transposition = 2 * a_transposed + b_transposed;
-    const block_rule k_rule = p::k_rule[transposition], n_rule = p::n_rule[transposition];
-    tesh_blas_sgemm_kernel_nocopy_fn *kernel = op->beta == 0.0f   ? p::first_zero[slot]
-                                               : op->beta == 1.0f ? p::add[slot]
-                                                                  : p::first_other[slot];
-    for (int64_t l = 0, kb; l < k; l += kb, kernel = p::add[slot]) {
-        kb = k_rule.next(k - l);
-        for (int64_t i = 0, mb; i < m; i += mb) {
-            mb = nocopy_m_rule.next(m - i);
-            const float *a_block = a + (a_transposed ? l + i * lda : i + l * lda);
-            for (int64_t j = 0, nb; j < n; j += nb) {
-                nb = n_rule.next(n - j);
-                kernel(mb, nb, kb, &op->alpha, a_block, lda, b + (b_transposed ? j + l * ldb : l + j * ldb), ldb,
-                       &op->beta, c + i + j * ldc, ldc);
+    tesh_blas_sgemm_kernel_nocopy_fn *kernel = first;
+    for (int64_t l = 0, kb; l < x.k; l += kb, kernel = add) {
+        kb = k_rule.next(x.k - l);
+        for (int64_t i = 0, mb; i < x.m; i += mb) {
+            mb = nocopy_m_rule.next(x.m - i);
+            const float *a = x.a + (a_transposed ? l + i * x.lda : i + l * x.lda);
+            for (int64_t j = 0, nb; j < x.n; j += nb) {
+                nb = n_rule.next(x.n - j);
+                const float *b = x.b + (b_transposed ? j + l * x.ldb : l + j * x.ldb);
+                kernel(mb, nb, kb, x.alpha, a, x.lda, b, x.ldb, x.beta, x.c + i + j * x.ldc, x.ldc);
             }
         }
     }
+}
+
+template <class p> [[gnu::noinline]] void nocopy_dot_products(nocopy_call x)
+{
+    p::pst("T", "N", &x.m, &x.n, &x.k, x.alpha, x.a, &x.lda, x.b, &x.ldb, x.beta, x.c, &x.ldc);
+}
+
+template <class p> [[gnu::always_inline]] inline void nocopy_product(char transa, char transb, const nocopy_call &x)
+{
+    if (x.m < 1 || x.n < 1)
+        return;
+    const bool a_transposed = is_letter_of(letters_of_transposition, transa);
+    const bool b_transposed = is_letter_of(letters_of_transposition, transb);
+    if (a_transposed && !b_transposed && x.m <= 3 && x.n <= 15 && x.m * x.n < 32)
+        return nocopy_dot_products<p>(x);
+    if (x.k < 1 || *x.alpha == 0.0f)
+        return nocopy_scale(x.m, x.n, *x.beta, x.c, x.ldc);
+    const int slot = nocopy_slot(is_letter_of(letters_of_conjugation, transa), a_transposed,
+                                 is_letter_of(letters_of_conjugation, transb), b_transposed);
+    const int transposition = 2 * a_transposed + b_transposed;
+    const block_rule &k_rule = p::k_rule[transposition], &n_rule = p::n_rule[transposition];
+    tesh_blas_sgemm_kernel_nocopy_fn *const add = p::add[slot];
+    tesh_blas_sgemm_kernel_nocopy_fn *const first = *x.beta == 0.0f   ? p::first_zero[slot]
+                                                    : *x.beta == 1.0f ? add
+                                                                      : p::first_other[slot];
+    if (x.k < k_rule.halve_from && x.n < n_rule.halve_from && x.m < nocopy_m_rule.halve_from)
+        first(x.m, x.n, x.k, x.alpha, x.a, x.lda, x.b, x.ldb, x.beta, x.c, x.ldc);
+    else
+        (a_transposed   ? b_transposed ? nocopy_blocks<p, true, true> : nocopy_blocks<p, true, false>
+           : b_transposed ? nocopy_blocks<p, false, true>
+                        : nocopy_blocks<p, false, false>)(x, k_rule, n_rule, first, add);
+}
+
+// From the records.
+template <class p>
+[[gnu::always_inline]] inline void nocopy_driver(const blas_op_record *op, const blas_matrix_view *a,
+                                                 const blas_matrix_view *b, const blas_matrix_view *c)
+{
+    nocopy_product<p>(*op->transa, *op->transb,
+                      {c->rows, c->cols, a->cols, &op->alpha, static_cast<const float *>(a->base), a->ld,
+                       static_cast<const float *>(b->base), b->ld, &op->beta, static_cast<float *>(c->base), c->ld});
 }
 } // namespace

@@ -75,6 +75,15 @@ template <class rows, int cols, beta_form form>
     for (; k > 0; --k)
         step();
 
+    if constexpr (form == beta_form::zero)
+        if (x.alpha == 1.0f) { // a product with 1 changes nothing and takes the multipliers' time
+#pragma GCC unroll 8
+            for (int j = 0; j < cols; ++j, c += ldc)
+#pragma GCC unroll 4
+                for (int i = 0; i < vecs; ++i)
+                    r.store(c, i, acc[j][i]);
+            return;
+        }
     const typename v::reg alpha = v::set1(x.alpha);
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j, c += ldc)
@@ -128,6 +137,37 @@ template <class p, class rows, beta_form form>
         break;
     }
 }
+
+// The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are addressed by
+// four pointers and the stride; rows beyond a partial one repeat its last.
+template <int count, bool whole> struct row_pointers {
+    const float *row[count];
+    inline row_pointers(const float *a, int64_t lda, int64_t rows)
+    {
+        row[0] = a;
+#pragma GCC unroll 16
+        for (int i = 1; i < count; ++i)
+            row[i] = row[i - 1] + (i < rows ? lda : 0);
+    }
+    inline const float *at(int i, int64_t l) const
+    {
+        return row[i] + l;
+    }
+};
+template <int count> struct row_pointers<count, true> {
+    const float *four[count / 4];
+    int64_t lda;
+    inline row_pointers(const float *a, int64_t ld, int64_t) : lda(ld)
+    {
+#pragma GCC unroll 4
+        for (int i = 0; i < count / 4; ++i)
+            four[i] = a + 4 * i * ld;
+    }
+    inline const float *at(int i, int64_t l) const
+    {
+        return four[i / 4] + i % 4 * lda + l;
+    }
+};
 
 // Where a row tile lies: in the matrix, or copied into the panel when it comes to be used.
 struct rows_in_place {
