@@ -14,12 +14,16 @@ namespace
 {
 template <class v_, int vecs_> struct whole_rows {
     using v = v_;
-    static constexpr int vecs = vecs_;
+    static constexpr int vecs = vecs_, tile_n = 6;
+    inline explicit whole_rows(int64_t) {}
     inline typename v::reg load(const float *x, int i) const { return v::load(x + i * v::width); }
     inline void store(float *x, int i, typename v::reg value) const { v::store(x + i * v::width, value); }
-    inline void accumulate(typename v::reg &z, typename v::reg x, typename v::reg y, int) const
+    inline void accumulate(typename v::reg (&z)[vecs], const typename v::reg (&x)[vecs], const float *y) const
     {
-        v::accumulate(z, x, y);
+        const typename v::reg element = v::broadcast(y);
+#pragma GCC unroll 2
+        for (int i = 0; i < vecs; ++i)
+            v::accumulate(z[i], x[i], element);
     }
 };
 
@@ -53,7 +57,6 @@ template <bool whole> inline void transpose_rows(int64_t count, int64_t k, const
 }
 
 struct nocopy_avx2 {
-    static constexpr int tile_n = 6;
     static constexpr int64_t panel_m = 16, whole_columns = 18;
 
     static inline void copy(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
@@ -72,33 +75,45 @@ struct nocopy_avx2 {
             transpose_rows<false>(rows, k, a, lda, panel);
     }
 
-    template <class v, int vecs, beta_form form>
-    static inline void tile(const nocopy_block &x, const float *&a, int64_t a_depth, float *&c)
-    {
-        row_tile<nocopy_avx2, whole_rows<v, vecs>, form>(x, {}, a, a_depth, c);
-        a += vecs * v::width;
-        c += vecs * v::width;
-    }
-    template <beta_form form, class source>
-    static inline void row_tiles(const nocopy_block &x, int64_t m, const source &s, float *c)
+    template <bool b_transposed, beta_form form, class source>
+    static inline void row_tiles(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s, const float *b,
+                                 int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
         int64_t i = 0;
-        for (; i + 16 <= m; i += 16) {
-            const float *a = s.tile(i, 16);
-            tile<lanes<8>, 2, form>(x, a, s.depth_stride, c);
-        }
-        if (i == m)
+        for (; m >= 16; i += 16, m -= 16, c += 16)
+            row_tile<whole_rows<lanes<8>, 2>, b_transposed, form>(16, n, k, alpha, s.tile(i, 16), s.depth_stride, b,
+                                                                  ldb, beta, c, ldc);
+        if (m == 0)
             return;
-        const int64_t rest = m - i;
-        const float *a = s.tile(i, rest);
-        if (rest & 8)
-            tile<lanes<8>, 1, form>(x, a, s.depth_stride, c);
-        if (rest & 4)
-            tile<lanes<4>, 1, form>(x, a, s.depth_stride, c);
-        if (rest & 2)
-            tile<lanes<2>, 1, form>(x, a, s.depth_stride, c);
-        if (rest & 1)
-            tile<lanes<1>, 1, form>(x, a, s.depth_stride, c);
+        const float *a = s.tile(i, m);
+        if (m & 8) {
+            row_tile<whole_rows<lanes<8>, 1>, b_transposed, form>(8, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
+                                                                  ldc);
+            a += 8;
+            c += 8;
+        }
+        if (m & 4) {
+            row_tile<whole_rows<lanes<4>, 1>, b_transposed, form>(4, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
+                                                                  ldc);
+            a += 4;
+            c += 4;
+        }
+        if (m & 2) {
+            row_tile<whole_rows<lanes<2>, 1>, b_transposed, form>(2, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
+                                                                  ldc);
+            a += 2;
+            c += 2;
+        }
+        if (m & 1)
+            row_tile<whole_rows<lanes<1>, 1>, b_transposed, form>(1, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
+                                                                  ldc);
+    }
+    template <bool b_transposed, beta_form form>
+    [[gnu::always_inline]] static inline void rows_where_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                                  const float *a, int64_t lda, const float *b,
+                                                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
+    {
+        row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
     }
 };
 } // namespace

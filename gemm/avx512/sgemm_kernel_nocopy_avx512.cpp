@@ -12,11 +12,12 @@
 
 namespace
 {
-// Rows of a tile in vecs_ registers, the last one partly filled. Lanes beyond raise no flag: sums are masked as well.
+// The first of m rows in vecs_ registers, the last one partly filled. Lanes beyond raise no flag: sums are masked as well.
 template <int vecs_> struct masked_rows {
     using v = lanes<16>;
-    static constexpr int vecs = vecs_;
+    static constexpr int vecs = vecs_, tile_n = 8;
     __mmask16 last;
+    inline explicit masked_rows(int64_t m) : last(v::first(min_of(m - 16 * (vecs - 1), 16))) {}
     inline __m512 load(const float *x, int i) const
     {
         return i < vecs - 1 ? v::load(x + i * 16) : v::load(x + i * 16, last);
@@ -28,12 +29,14 @@ template <int vecs_> struct masked_rows {
         else
             v::store(x + i * 16, value, last);
     }
-    inline void accumulate(__m512 &z, __m512 x, __m512 y, int i) const
+    // z += x * *y.
+    inline void accumulate(__m512 (&z)[vecs], const __m512 (&x)[vecs], const float *y) const
     {
-        if (i < vecs - 1)
-            v::accumulate(z, x, y);
-        else
-            __asm__("vfmadd231ps %2, %1, %0 %{%3%}" : "+v"(z) : "v"(x), "v"(y), "Yk"(last));
+        const __m512 element = v::broadcast(y);
+#pragma GCC unroll 2
+        for (int i = 0; i < vecs - 1; ++i)
+            v::accumulate(z[i], x[i], element);
+        __asm__("vfmadd231ps %2, %1, %0%{%3%}" : "+v"(z[vecs - 1]) : "v"(x[vecs - 1]), "v"(element), "Yk"(last));
     }
 };
 
@@ -95,7 +98,6 @@ inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda
 }
 
 struct nocopy_avx512 {
-    static constexpr int tile_n = 8;
     static constexpr int64_t panel_m = 48, whole_columns = 24;
 
     static inline void copy(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
@@ -121,23 +123,31 @@ struct nocopy_avx512 {
 
     // 48 rows at a time; where 49 to 64 are left, 32 and the rest, since a tile of one register has too few sums to keep
     // the multipliers busy.
-    template <beta_form form, class source>
-    static inline void row_tiles(const nocopy_block &x, int64_t m, const source &s, float *c)
+    template <bool b_transposed, beta_form form, class source>
+    static inline void row_tiles(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s, const float *b,
+                                 int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
         for (int64_t i = 0; i < m;) {
             const int64_t left = m - i;
             const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
-            const float *a = s.tile(i, rows);
-            const int vecs = static_cast<int>((rows + 15) / 16);
-            const __mmask16 last = vec_avx512::first(rows - (vecs - 1) * 16);
-            if (vecs == 3)
-                row_tile<nocopy_avx512, masked_rows<3>, form>(x, {last}, a, s.depth_stride, c + i);
-            else if (vecs == 2)
-                row_tile<nocopy_avx512, masked_rows<2>, form>(x, {last}, a, s.depth_stride, c + i);
-            else
-                row_tile<nocopy_avx512, masked_rows<1>, form>(x, {last}, a, s.depth_stride, c + i);
+            (rows > 32   ? row_tile<masked_rows<3>, b_transposed, form>
+             : rows > 16 ? row_tile<masked_rows<2>, b_transposed, form>
+                         : row_tile<masked_rows<1>, b_transposed, form>)(rows, n, k, alpha, s.tile(i, rows),
+                                                                         s.depth_stride, b, ldb, beta, c + i, ldc);
             i += rows;
         }
+    }
+    template <bool b_transposed, beta_form form>
+    [[gnu::always_inline]] static inline void rows_where_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                                  const float *a, int64_t lda, const float *b,
+                                                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
+    {
+        if (m <= 16)
+            return m > 0 ? row_tile<masked_rows<1>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc)
+                         : void();
+        if (m <= 32)
+            return row_tile<masked_rows<2>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+        row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
     }
 };
 } // namespace

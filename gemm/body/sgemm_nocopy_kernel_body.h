@@ -2,16 +2,18 @@
 // C := beta*C + alpha*op(A)*op(B) on one block, read where it lies: row tiles outside, column tiles inside, one register
 // tile of accumulators per pair. alpha comes in at the end of a tile.
 //
-// An operand is a pointer and the strides of depth and column, so that one body serves every transposition. Rows of a
-// tile must be neighbours: A transposed, and A that lies badly for many column tiles, goes through a private panel on the
-// stack, one row tile at a time.
+// Rows of a tile must be neighbours: A transposed, and A that lies badly for many column tiles, goes through a private
+// panel on the stack, one row tile at a time. A row tile takes the arguments of a kernel, so that a kernel with one row
+// tile is a jump to it.
 //
 // p is the path (gemm/<path>/sgemm_kernel_nocopy_<path>.cpp):
-//   tile_n              columns of a tile
 //   panel_m             rows of a full tile, and the panel's width [elements]
 //   whole_columns       columns up to which badly lying A is still read in place
 //   row_tiles           the rows of a block, tile by tile
 //   copy, transpose     a row tile into the panel
+// rows is a row tile:
+//   tile_n              columns of its tiles
+//   v, vecs             its registers
 #pragma once
 #include "frame/path/path_util.h"
 #include "gemm/sgemm_paths.h"
@@ -20,23 +22,51 @@ namespace
 {
 enum class beta_form { zero, one, other };
 
-// What the row tiles of a block share.
-struct nocopy_block {
-    int64_t n, k;
-    float alpha, beta;
+// One depth step of op(B), from some column on. The address moves from step to step and the strides stay in registers:
+// hidden from the compiler, which would rather keep an address for each column and each of eight steps.
+template <bool transposed> struct b_cursor;
+// Columns ldb apart, four of them reached from one address.
+template <> struct b_cursor<false> {
+    const float *b, *b4;
+    int64_t one, two, three;
+    inline b_cursor(const float *b_, int64_t ldb) : b(b_), b4(b_ + 4 * ldb), one(ldb), two(2 * ldb), three(3 * ldb)
+    {
+        __asm__("" : "+r"(one), "+r"(two), "+r"(three));
+    }
+    inline const float *column(int j) const
+    {
+        const float *const four = j < 4 ? b : b4;
+        return j % 4 == 0 ? four : four + (j % 4 == 1 ? one : j % 4 == 2 ? two : three);
+    }
+    inline void advance()
+    {
+        ++b;
+        ++b4;
+        __asm__("" : "+r"(b), "+r"(b4));
+    }
+};
+// A step is a row of B.
+template <> struct b_cursor<true> {
     const float *b;
-    int64_t b_depth, b_column; // strides of op(B) [elements]
-    int64_t ldc;
+    int64_t ldb;
+    inline b_cursor(const float *b_, int64_t ldb_) : b(b_), ldb(ldb_) {}
+    inline const float *column(int j) const { return b + j; }
+    inline void advance()
+    {
+        b += ldb;
+        __asm__("" : "+r"(b));
+    }
 };
 
-// Columns j .. j + cols - 1 of a tile of vecs registers of rows. rows loads, accumulates and stores them.
-template <class rows, int cols, beta_form form>
-[[gnu::always_inline]] inline void nocopy_tile(const rows &r, const nocopy_block &x, const float *a, int64_t a_depth,
-                                               const float *b, float *c)
+// cols columns of a row tile. rows loads, accumulates and stores its registers.
+template <class rows, int cols, bool b_transposed, beta_form form>
+[[gnu::always_inline]] inline void nocopy_tile(const rows &r, int64_t k, float alpha, const float *a, int64_t a_depth,
+                                               const float *b, int64_t ldb, float beta, float *c, int64_t ldc)
 {
     using v = typename rows::v;
     constexpr int vecs = rows::vecs;
-    const int64_t b_depth = x.b_depth, b_column = x.b_column, ldc = x.ldc;
+    // What a tile derives from these is worked out in the tile: in front of the column loop it would only be spilled.
+    __asm__ volatile("" : "+r"(k), "+r"(a_depth), "+r"(ldb), "+r"(ldc));
     typename v::reg acc[cols][vecs];
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j)
@@ -44,7 +74,7 @@ template <class rows, int cols, beta_form form>
         for (int i = 0; i < vecs; ++i)
             acc[j][i] = v::zero();
 
-    const float *b4 = b + 4 * b_column;
+    b_cursor<b_transposed> y(b, ldb);
     const auto step = [&]() __attribute__((always_inline))
     {
         typename v::reg av[vecs];
@@ -52,19 +82,12 @@ template <class rows, int cols, beta_form form>
         for (int i = 0; i < vecs; ++i)
             av[i] = r.load(a, i);
 #pragma GCC unroll 8
-        for (int j = 0; j < cols; ++j) {
-            const typename v::reg bj = v::broadcast(j < 4 ? b + j * b_column : b4 + (j - 4) * b_column);
-#pragma GCC unroll 4
-            for (int i = 0; i < vecs; ++i)
-                r.accumulate(acc[j][i], av[i], bj, i);
-        }
+        for (int j = 0; j < cols; ++j)
+            r.accumulate(acc[j], av, y.column(j));
         a += a_depth;
-        b += b_depth;
-        b4 += b_depth;
-        // Three running addresses and the strides: what the compiler would precompute instead does not fit the registers.
-        __asm__("" : "+r"(a), "+r"(b), "+r"(b4));
+        __asm__("" : "+r"(a));
+        y.advance();
     };
-    int64_t k = x.k;
 #pragma GCC unroll 1
     for (; k >= 8; k -= 8) {
 #pragma GCC unroll 8
@@ -76,7 +99,7 @@ template <class rows, int cols, beta_form form>
         step();
 
     if constexpr (form == beta_form::zero)
-        if (x.alpha == 1.0f) { // a product with 1 changes nothing and takes the multipliers' time
+        if (alpha == 1.0f) { // a product with 1 changes nothing and takes the multipliers' time
 #pragma GCC unroll 8
             for (int j = 0; j < cols; ++j, c += ldc)
 #pragma GCC unroll 4
@@ -84,57 +107,62 @@ template <class rows, int cols, beta_form form>
                     r.store(c, i, acc[j][i]);
             return;
         }
-    const typename v::reg alpha = v::set1(x.alpha);
+    const typename v::reg factor = v::set1(alpha);
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j, c += ldc)
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i) {
             if constexpr (form == beta_form::zero) {
-                r.store(c, i, v::mul(alpha, acc[j][i]));
+                r.store(c, i, v::mul(factor, acc[j][i]));
             } else {
                 typename v::reg sum = r.load(c, i);
                 if constexpr (form == beta_form::other)
-                    sum = v::mul(v::set1(x.beta), sum);
-                v::accumulate(sum, alpha, acc[j][i]);
+                    sum = v::mul(v::set1(beta), sum);
+                v::accumulate(sum, factor, acc[j][i]);
                 r.store(c, i, sum);
             }
         }
 }
 
-// One row tile against all columns. Each count of rest columns is a branch of its own.
-template <class p, class rows, beta_form form>
-[[gnu::noinline]] void row_tile(const nocopy_block &x, rows r, const float *a, int64_t a_depth, float *c)
+template <int n> struct column_count {
+    static constexpr int count = n;
+};
+
+// One row tile, the first of m rows, against all columns; a_depth is the stride of a step. Each count of rest columns is
+// a branch of its own.
+template <class rows, bool b_transposed, beta_form form>
+[[gnu::noinline]] void row_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
+                                const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
-    const float *b = x.b;
-    int64_t n = x.n;
-    for (; n >= p::tile_n; n -= p::tile_n, b += p::tile_n * x.b_column, c += p::tile_n * x.ldc)
-        nocopy_tile<rows, p::tile_n, form>(r, x, a, a_depth, b, c);
+    constexpr int tile_n = rows::tile_n;
+    const rows r(m);
+    const float alpha_value = *alpha, beta_value = form == beta_form::other ? *beta : 0.0f;
+    const int64_t b_column = b_transposed ? 1 : ldb;
+    const auto tile = [&](auto columns) __attribute__((always_inline))
+    {
+        if constexpr (columns.count <= tile_n)
+            nocopy_tile<rows, columns.count, b_transposed, form>(r, k, alpha_value, a, a_depth, b, ldb, beta_value, c,
+                                                                 ldc);
+    };
+    for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
+        tile(column_count<tile_n>());
     switch (n) {
     case 7:
-        if constexpr (p::tile_n > 7)
-            nocopy_tile<rows, 7, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<7>());
     case 6:
-        if constexpr (p::tile_n > 6)
-            nocopy_tile<rows, 6, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<6>());
     case 5:
-        nocopy_tile<rows, 5, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<5>());
     case 4:
-        nocopy_tile<rows, 4, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<4>());
     case 3:
-        nocopy_tile<rows, 3, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<3>());
     case 2:
-        nocopy_tile<rows, 2, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<2>());
     case 1:
-        nocopy_tile<rows, 1, form>(r, x, a, a_depth, b, c);
-        break;
+        return tile(column_count<1>());
     default:
-        break;
+        return;
     }
 }
 
@@ -192,16 +220,19 @@ template <class p, bool transposed> struct rows_in_panel {
 
 // The panel lies on a page boundary of the stack. It is touched from its upper end downwards, a page at a time, so that a
 // stack that is too short is met at its guard page.
-template <class p, bool transposed, beta_form form>
-[[gnu::noinline]] void product_by_panel(const nocopy_block &x, int64_t m, const float *a, int64_t lda, float *c)
+template <class p, bool a_transposed, bool b_transposed, beta_form form>
+[[gnu::noinline]] void product_by_panel(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                        int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                        int64_t ldc)
 {
     constexpr int64_t page = 4096;
-    const int64_t bytes = ((x.k + 16) & ~INT64_C(15)) * p::panel_m * 4 + 256;
+    const int64_t bytes = ((k + 16) & ~INT64_C(15)) * p::panel_m * 4 + 256;
     char *const memory = static_cast<char *>(__builtin_alloca(static_cast<size_t>(bytes + page)));
     for (int64_t at = bytes; at > 0; at -= page)
         *static_cast<volatile char *>(memory + at) = 0;
     char *const panel = memory + (-reinterpret_cast<intptr_t>(memory) & (page - 1));
-    p::template row_tiles<form>(x, m, rows_in_panel<p, transposed>{a, lda, x.k, reinterpret_cast<float *>(panel)}, c);
+    const rows_in_panel<p, a_transposed> source = {a, lda, k, reinterpret_cast<float *>(panel)};
+    p::template row_tiles<b_transposed, form>(m, n, k, alpha, source, b, ldb, beta, c, ldc);
 }
 
 template <class p, bool a_transposed, bool b_transposed, beta_form form>
@@ -209,12 +240,9 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
                                                  int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
                                                  int64_t ldc)
 {
-    const nocopy_block x = {
-        n, k, *alpha, form == beta_form::other ? *beta : 0.0f, b, b_transposed ? ldb : 1, b_transposed ? 1 : ldb, ldc};
     const bool lies_badly = ((reinterpret_cast<uintptr_t>(a) | static_cast<uintptr_t>(lda) * 4) & 7) != 0;
     if (a_transposed || (lies_badly && n > p::whole_columns))
-        product_by_panel<p, a_transposed, form>(x, m, a, lda, c);
-    else
-        p::template row_tiles<form>(x, m, rows_in_place{a, lda}, c);
+        return product_by_panel<p, a_transposed, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    return p::template rows_where_they_lie<b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 } // namespace
