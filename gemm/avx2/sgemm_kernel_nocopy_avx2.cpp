@@ -3,7 +3,7 @@
 // registers  full tile 16 x 6: 12 accumulators + 2 of A + 1 broadcast of B, 15 of 16
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step
 // loop       depth unrolled by 8, remainder by 1
-// prefetch   none
+// prefetch   the next tile's columns of B, every line once, and the next 16 rows of A; small blocks nothing
 // edges      rest rows by 8, then 4, 2, 1, each with registers of its width; a branch for each count of columns
 // measured   bench/gemm/bench_sgemm.cpp, groups tiny and small
 #include "gemm/avx2/sgemm_path_avx2.h"
@@ -15,7 +15,14 @@ namespace
 template <class v_, int vecs_> struct whole_rows {
     using v = v_;
     static constexpr int vecs = vecs_, tile_n = 6;
-    inline explicit whole_rows(int64_t) {}
+    int64_t ahead; // distance of the next row tile, or 0 [elements]
+    inline explicit whole_rows(int64_t m) : ahead(m > 16 ? 16 : 0) {}
+    // Only a full tile has another behind it in memory.
+    inline void fetch_next_rows(const float *a) const
+    {
+        if constexpr (vecs == 2)
+            _mm_prefetch(reinterpret_cast<const char *>(a + ahead), _MM_HINT_T0);
+    }
     inline typename v::reg load(const float *x, int i) const { return v::load(x + i * v::width); }
     inline void store(float *x, int i, typename v::reg value) const { v::store(x + i * v::width, value); }
     inline void accumulate(typename v::reg (&z)[vecs], const typename v::reg (&x)[vecs], const float *y) const
@@ -81,8 +88,8 @@ struct nocopy_avx2 {
     {
         int64_t i = 0;
         for (; m >= 16; i += 16, m -= 16, c += 16)
-            row_tile<whole_rows<lanes<8>, 2>, b_transposed, form>(16, n, k, alpha, s.tile(i, 16), s.depth_stride, b,
-                                                                  ldb, beta, c, ldc);
+            row_tile<whole_rows<lanes<8>, 2>, b_transposed, form>(source::in_place ? m : 16, n, k, alpha, s.tile(i, 16),
+                                                                  s.depth_stride, b, ldb, beta, c, ldc);
         if (m == 0)
             return;
         const float *a = s.tile(i, m);

@@ -3,7 +3,7 @@
 // registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
 // loop       depth unrolled by 8, remainder by 1
-// prefetch   none
+// prefetch   the next tile's columns of B, every line once, and the next 48 rows of A; small blocks nothing
 // edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns
 // measured   bench/gemm/bench_sgemm.cpp, groups tiny and small
 #include "gemm/avx512/sgemm_path_avx512.h"
@@ -17,7 +17,20 @@ template <int vecs_> struct masked_rows {
     using v = lanes<16>;
     static constexpr int vecs = vecs_, tile_n = 8;
     __mmask16 last;
-    inline explicit masked_rows(int64_t m) : last(v::first(min_of(m - 16 * (vecs - 1), 16))) {}
+    int64_t ahead; // distance of the next row tile, or 0 [elements]
+    inline explicit masked_rows(int64_t m)
+        : last(v::first(min_of(m - 16 * (vecs - 1), 16))), ahead(m > 16 * vecs ? 16 * vecs : 0)
+    {
+    }
+    // Only a tile of three registers has another behind it in memory.
+    inline void fetch_next_rows(const float *a) const
+    {
+        if constexpr (vecs == 3) {
+#pragma GCC unroll 3
+            for (int i = 0; i < 3; ++i)
+                _mm_prefetch(reinterpret_cast<const char *>(a + ahead + i * 16), _MM_HINT_T0);
+        }
+    }
     inline __m512 load(const float *x, int i) const
     {
         return i < vecs - 1 ? v::load(x + i * 16) : v::load(x + i * 16, last);
@@ -132,8 +145,9 @@ struct nocopy_avx512 {
             const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
             (rows > 32   ? row_tile<masked_rows<3>, b_transposed, form>
              : rows > 16 ? row_tile<masked_rows<2>, b_transposed, form>
-                         : row_tile<masked_rows<1>, b_transposed, form>)(rows, n, k, alpha, s.tile(i, rows),
-                                                                         s.depth_stride, b, ldb, beta, c + i, ldc);
+                         : row_tile<masked_rows<1>, b_transposed, form>)(source::in_place ? left : rows, n, k, alpha,
+                                                                         s.tile(i, rows), s.depth_stride, b, ldb, beta,
+                                                                         c + i, ldc);
             i += rows;
         }
     }

@@ -2,6 +2,7 @@
 // C := alpha*A^T*B + beta*C with 2 to 15 columns and a depth that is long against them. Columns of A and B are contiguous
 // in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3 columns of C,
 // one register of partial sums an element, added up at the end.
+#include "frame/path/path_util.h"
 #include "frame/path/vec_avx512.h"
 #include "gemm/sgemm_paths.h"
 
@@ -44,14 +45,18 @@ template <int rows> inline __m128 sums(const __m512 (&x)[rows])
 
 template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64_t i)
 {
-    __m512 acc[cols][rows];
-#pragma GCC unroll 3
-    for (int j = 0; j < cols; ++j)
+    // Two rows, or one, have too few sums to wait for each other: two or four sets of them take turns.
+    constexpr int sets = 4 / rows;
+    __m512 acc[sets][cols][rows];
 #pragma GCC unroll 4
-        for (int r = 0; r < rows; ++r)
-            acc[j][r] = v::zero();
+    for (int s = 0; s < sets; ++s)
+#pragma GCC unroll 3
+        for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+            for (int r = 0; r < rows; ++r)
+                acc[s][j][r] = v::zero();
     const float *a = x.a + i * x.lda, *b = x.b;
-    const auto step = [&](int64_t at) __attribute__((always_inline))
+    const auto step = [&](int64_t at, int set) __attribute__((always_inline))
     {
         __m512 bv[cols];
 #pragma GCC unroll 3
@@ -62,18 +67,18 @@ template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64
             const __m512 av = v::load(a + r * x.lda + at);
 #pragma GCC unroll 3
             for (int j = 0; j < cols; ++j)
-                acc[j][r] = v::mul_add(av, bv[j], acc[j][r]);
+                acc[set][j][r] = v::mul_add(av, bv[j], acc[set][j][r]);
         }
     };
     int64_t k = x.k;
     for (; k >= 64; k -= 64, a += 64, b += 64) {
-        step(0);
-        step(16);
-        step(32);
-        step(48);
+        step(0, 0);
+        step(16, 1 % sets);
+        step(32, 2 % sets);
+        step(48, 3 % sets);
     }
     for (; k >= 16; k -= 16, a += 16, b += 16)
-        step(0);
+        step(0, 0);
     if (k > 0) {
         const __mmask16 rest = v::first(k);
         __m512 bv[cols];
@@ -85,15 +90,22 @@ template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64
             const __m512 av = v::load(a + r * x.lda, rest);
 #pragma GCC unroll 3
             for (int j = 0; j < cols; ++j)
-                acc[j][r] = _mm512_mask3_fmadd_ps(av, bv[j], acc[j][r], rest);
+                acc[0][j][r] = _mm512_mask3_fmadd_ps(av, bv[j], acc[0][j][r], rest);
         }
     }
+#pragma GCC unroll 4
+    for (int s = 1; s < sets; ++s)
+#pragma GCC unroll 3
+        for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+            for (int r = 0; r < rows; ++r)
+                acc[0][j][r] = v::add(acc[0][j][r], acc[s][j][r]);
     const __m128 alpha = _mm_set1_ps(x.alpha), beta = _mm_set1_ps(x.beta);
     constexpr __mmask8 valid = (1 << rows) - 1;
 #pragma GCC unroll 3
     for (int j = 0; j < cols; ++j) {
         float *c = x.c + i + j * x.ldc;
-        __m128 value = _mm_mul_ps(alpha, sums<rows>(acc[j]));
+        __m128 value = _mm_mul_ps(alpha, sums<rows>(acc[0][j]));
         if constexpr (read_c)
             value = _mm_fmadd_ps(beta, _mm_maskz_loadu_ps(valid, c), value);
         _mm_mask_storeu_ps(c, valid, value);
@@ -127,18 +139,26 @@ void sgemm_t_n23_b0(int64_t m, int64_t columns, int64_t k, const float *a, int64
 }
 } // namespace
 
-// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2.
+// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2. Every width goes over all of A,
+// so that rows come in runs which the second-level cache keeps from one width to the next.
 extern "C" void tesh_blas_avx512_sgemm_t_smalln(const char *, const char *, const int64_t *m, const int64_t *n,
                                                 const int64_t *k, const float *alpha, const float *a,
                                                 const int64_t *lda, const float *b, const int64_t *ldb,
                                                 const float *beta, float *c, const int64_t *ldc)
 {
+    constexpr int64_t run_bytes = 256 << 10;
+    const int64_t run = max_of(4, run_bytes / 4 / *k & ~INT64_C(3));
     const int64_t twos = (3 - *n % 3) % 3;
-    for (int64_t j = 0, width; j < *n; j += width) {
-        width = j < 2 * twos ? 2 : 3;
-        if (*beta == 0.0f)
-            sgemm_t_n23_b0(*m, width, *k, a, *lda, b + j * *ldb, *ldb, c + j * *ldc, *ldc, *alpha);
-        else
-            sgemm_t_n23(*m, width, *k, a, *lda, b + j * *ldb, *ldb, c + j * *ldc, *ldc, *alpha, *beta);
+    for (int64_t i = 0; i < *m; i += run) {
+        const int64_t rows = min_of(run, *m - i);
+        for (int64_t j = 0, width; j < *n; j += width) {
+            width = j < 2 * twos ? 2 : 3;
+            const float *const ai = a + i * *lda, *const bj = b + j * *ldb;
+            float *const cij = c + i + j * *ldc;
+            if (*beta == 0.0f)
+                sgemm_t_n23_b0(rows, width, *k, ai, *lda, bj, *ldb, cij, *ldc, *alpha);
+            else
+                sgemm_t_n23(rows, width, *k, ai, *lda, bj, *ldb, cij, *ldc, *alpha, *beta);
+        }
     }
 }

@@ -58,8 +58,46 @@ template <> struct b_cursor<true> {
     }
 };
 
-// cols columns of a row tile. rows loads, accumulates and stores its registers.
-template <class rows, int cols, bool b_transposed, beta_form form>
+// Fetches the next tile's columns of op(B) while a tile goes over its own: every line once, half of them in each group of
+// eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
+template <int tile_n, bool transposed> struct b_fetch;
+// A line holds 16 steps of a column: half of the columns in one group, the others in the next.
+template <int tile_n> struct b_fetch<tile_n, false> {
+    const float *now, *next;
+    int64_t ldb;
+    inline b_fetch(const float *b, int64_t ldb_) : now(b + tile_n * ldb_), next(now + tile_n / 2 * ldb_), ldb(ldb_) {}
+    inline void step(int l) const
+    {
+        if (l < tile_n / 2)
+            _mm_prefetch(reinterpret_cast<const char *>(now + l * ldb), _MM_HINT_T0);
+    }
+    inline void group()
+    {
+        const float *const done = now;
+        now = next + 8;
+        next = done + 8;
+    }
+};
+// A line holds 16 columns of a step: of two tiles that share a line one asks for the even steps, the other for the odd.
+template <int tile_n> struct b_fetch<tile_n, true> {
+    const float *now;
+    int64_t ldb;
+    inline b_fetch(const float *b, int64_t ldb_)
+        : now(b + 16 + (reinterpret_cast<uintptr_t>(b) & 32 ? ldb_ : 0)), ldb(ldb_)
+    {
+    }
+    inline void step(int l)
+    {
+        if (l % 2 == 0) {
+            _mm_prefetch(reinterpret_cast<const char *>(now), _MM_HINT_T0);
+            now += 2 * ldb;
+        }
+    }
+    inline void group() {}
+};
+
+// cols columns of a row tile. rows loads, accumulates and stores its registers, and fetches the next row tile's.
+template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
 [[gnu::always_inline]] inline void nocopy_tile(const rows &r, int64_t k, float alpha, const float *a, int64_t a_depth,
                                                const float *b, int64_t ldb, float beta, float *c, int64_t ldc)
 {
@@ -88,11 +126,19 @@ template <class rows, int cols, bool b_transposed, beta_form form>
         __asm__("" : "+r"(a));
         y.advance();
     };
+    b_fetch<rows::tile_n, b_transposed> fetch(b, ldb);
 #pragma GCC unroll 1
     for (; k >= 8; k -= 8) {
 #pragma GCC unroll 8
-        for (int l = 0; l < 8; ++l)
+        for (int l = 0; l < 8; ++l) {
+            if constexpr (fetches) {
+                fetch.step(l);
+                r.fetch_next_rows(a);
+            }
             step();
+        }
+        if constexpr (fetches)
+            fetch.group();
     }
 #pragma GCC unroll 1
     for (; k > 0; --k)
@@ -124,9 +170,11 @@ template <class rows, int cols, bool b_transposed, beta_form form>
         }
 }
 
-template <int n> struct column_count {
-    static constexpr int count = n;
+template <int n> struct constant {
+    static constexpr int value = n;
 };
+
+constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
 
 // One row tile, the first of m rows, against all columns; a_depth is the stride of a step. Each count of rest columns is
 // a branch of its own.
@@ -138,29 +186,33 @@ template <class rows, bool b_transposed, beta_form form>
     const rows r(m);
     const float alpha_value = *alpha, beta_value = form == beta_form::other ? *beta : 0.0f;
     const int64_t b_column = b_transposed ? 1 : ldb;
-    const auto tile = [&](auto columns) __attribute__((always_inline))
+    const auto tile = [&](auto columns, auto fetches) __attribute__((always_inline))
     {
-        if constexpr (columns.count <= tile_n)
-            nocopy_tile<rows, columns.count, b_transposed, form>(r, k, alpha_value, a, a_depth, b, ldb, beta_value, c,
-                                                                 ldc);
+        if constexpr (columns.value <= tile_n)
+            nocopy_tile<rows, columns.value, fetches.value != 0, b_transposed, form>(r, k, alpha_value, a, a_depth, b,
+                                                                                     ldb, beta_value, c, ldc);
     };
+    // A block that the first-level cache holds needs no fetching.
+    if (max_of(m, n) * k > fetched_elements)
+        for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
+            tile(constant<tile_n>(), constant<1>());
     for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
-        tile(column_count<tile_n>());
+        tile(constant<tile_n>(), constant<0>());
     switch (n) {
     case 7:
-        return tile(column_count<7>());
+        return tile(constant<7>(), constant<0>());
     case 6:
-        return tile(column_count<6>());
+        return tile(constant<6>(), constant<0>());
     case 5:
-        return tile(column_count<5>());
+        return tile(constant<5>(), constant<0>());
     case 4:
-        return tile(column_count<4>());
+        return tile(constant<4>(), constant<0>());
     case 3:
-        return tile(column_count<3>());
+        return tile(constant<3>(), constant<0>());
     case 2:
-        return tile(column_count<2>());
+        return tile(constant<2>(), constant<0>());
     case 1:
-        return tile(column_count<1>());
+        return tile(constant<1>(), constant<0>());
     default:
         return;
     }
@@ -199,6 +251,7 @@ template <int count> struct row_pointers<count, true> {
 
 // Where a row tile lies: in the matrix, or copied into the panel when it comes to be used.
 struct rows_in_place {
+    static constexpr bool in_place = true;
     const float *a;
     int64_t depth_stride;
     inline const float *tile(int64_t i, int64_t) const { return a + i; }
@@ -207,6 +260,7 @@ template <class p, bool transposed> struct rows_in_panel {
     const float *a;
     int64_t lda, k;
     float *panel;
+    static constexpr bool in_place = false;
     static constexpr int64_t depth_stride = p::panel_m;
     inline const float *tile(int64_t i, int64_t rows) const
     {
