@@ -7,6 +7,7 @@
 //            Eight panels of A go against a panel of B, which stays in the first-level cache
 // prefetch   none: both panels are read in order
 // edges      the narrow panels, by 8-, 4-, 2- and 1-float operations; none reads or multiplies what is not there
+// measured   90 % of bench/peak at 8 lanes, a packed pair of 128 x 384 x 128 (Zen 5)
 // The policy f is the fused multiply-add of the processor: three operands (FMA) or four (FMA4).
 #include "frame/path/path_util.h"
 
