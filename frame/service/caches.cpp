@@ -3,9 +3,7 @@
 // it the order of sums.
 #include "frame/service/caches.h"
 
-#include <cpuid.h>
-
-#include "frame/tesh_serv.h"
+#include "frame/service/processor.h"
 
 namespace
 {
@@ -15,7 +13,12 @@ constexpr int32_t type_sse4_2 = 3; // processor type
 
 void ask_processor(uint32_t leaf, uint32_t subleaf, uint32_t r[4])
 {
-    __cpuid_count(leaf, subleaf, r[0], r[1], r[2], r[3]);
+    cpuid_answer answer;
+    processor_cpuid(leaf, subleaf, &answer);
+    r[0] = answer.eax;
+    r[1] = answer.ebx;
+    r[2] = answer.ecx;
+    r[3] = answer.edx;
 }
 
 // The sizes that a branch stands for on any machine.

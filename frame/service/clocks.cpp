@@ -3,13 +3,12 @@
 //   seconds = ticks / (frequency [GHz] * 999999999.9999999)
 #include "frame/service/clocks.h"
 
-#include <cpuid.h>
 #include <immintrin.h>
 #include <string.h>
 #include <sys/time.h>
 #include <time.h>
 
-#include "frame/tesh_serv.h"
+#include "frame/service/processor.h"
 
 namespace
 {
@@ -20,8 +19,8 @@ constexpr double mhz_to_ghz = 0.001;
 
 uint64_t serialized_ticks()
 {
-    uint32_t eax, ebx, ecx, edx;
-    __cpuid(0, eax, ebx, ecx, edx); // nothing before it is still under way when the counter is read
+    cpuid_answer unused;
+    processor_cpuid(0, 0, &unused); // nothing before it is still under way when the counter is read
     return __builtin_ia32_rdtsc();
 }
 
@@ -57,14 +56,13 @@ double read_decimal(const char *s)
 double brand_frequency()
 {
     constexpr uint32_t leaf_extended = 0x80000000, leaf_brand_end = 0x80000004;
-    uint32_t eax, ebx, ecx, edx;
-    __cpuid(leaf_extended, eax, ebx, ecx, edx);
-    if (eax < leaf_brand_end)
+    cpuid_answer answer;
+    processor_cpuid(leaf_extended, 0, &answer);
+    if (answer.eax < leaf_brand_end)
         return 0.0;
-    uint32_t words[4];
-    __cpuid(leaf_brand_end, words[0], words[1], words[2], words[3]);
-    char text[sizeof words];
-    memcpy(text, words, sizeof words);
+    processor_cpuid(leaf_brand_end, 0, &answer);
+    char text[sizeof answer];
+    memcpy(text, &answer, sizeof answer);
     return clocks_brand_frequency(text);
 }
 

@@ -9,6 +9,8 @@
 #include "frame/service/caches.h"
 #include "frame/tesh_serv.h"
 #include "tests/support/child.h"
+#include "tests/support/vcpu/in_process.h"
+#include "tests/support/vcpu/profiles.h"
 
 namespace
 {
@@ -121,6 +123,25 @@ TEST(cache_sizes, under_auto_follow_the_processor_type)
         },
         {{"TESH_CBWR", "AUTO"}, {"TESH_TRUSTED_VENDORS", ""}});
     EXPECT_EQ(baseline.exit_code, 2) << "another maker's processor is of type 0";
+}
+
+TEST(cache_sizes, without_a_branch_are_those_that_the_processor_lists)
+{
+    tesh_test::vcpu_profile profile = tesh_test::profile_named("avx2");
+    const uint32_t leaves[3][4] = {{0x121, 11u << 22 | 63, 63, 0},    // data: 12 ways of 64 sets, lines of 64
+                                   {0x122, 7u << 22 | 63, 63, 0},     // instruction
+                                   {0x143, 15u << 22 | 63, 2047, 0}}; // unified: 16 ways of 2048 sets, lines of 64
+    for (uint32_t i = 0; i < 3; ++i)
+        std::memcpy(tesh_test::vcpu_registers(&profile, 4, i), leaves[i], sizeof leaves[i]);
+    tesh_test::on_processor(profile, {{"TESH_CBWR", ""}}, [] {
+        int64_t out[5];
+        tesh_serv_cache_info(out);
+        EXPECT_EQ((sizes{out, out + 5}), (sizes{2, 49152, 2097152, 0, 0}));
+        EXPECT_EQ(tesh_serv_get_cache_size(0), 2097152);
+        EXPECT_EQ(tesh_serv_get_cache_size(1), 49152);
+        EXPECT_EQ(tesh_serv_get_cache_size(2), 2097152);
+        EXPECT_EQ(tesh_serv_get_cache_size(3), -1);
+    });
 }
 
 TEST(cache_sizes, without_a_branch_answer_minus_1_outside_the_levels)

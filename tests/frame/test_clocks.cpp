@@ -2,14 +2,19 @@
 // Clocks: the counter's frequency, seconds from it, and frequencies by name.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <clocale>
+#include <cmath>
+#include <cstring>
 #include <string>
 #include <thread>
 
 #include "frame/service/clocks.h"
 #include "frame/tesh_serv.h"
 #include "tests/support/child.h"
+#include "tests/support/vcpu/in_process.h"
+#include "tests/support/vcpu/profiles.h"
 
 namespace
 {
@@ -80,6 +85,24 @@ TEST(cpu_clocks, never_run_backwards_and_accept_null)
     }
 }
 
+// CPUID holds the reading back until all before it is done; it has no other use there, so that a compiler could drop it.
+TEST(cpu_clocks, are_read_behind_one_cpuid)
+{
+    tesh_test::on_processor("avx2", {}, [] {
+        tesh_clocks_freq = 2.0;
+        const int before = tesh_test::asked(0, 0);
+        uint64_t ticks = 0;
+        tesh_serv_get_cpu_clocks(&ticks);
+        EXPECT_EQ(tesh_test::asked(0, 0), before + 1);
+        tesh_serv_get_cpu_clocks(nullptr);
+        EXPECT_EQ(tesh_test::asked(0, 0), before + 2);
+        tesh_serv_dsecnd();
+        EXPECT_EQ(tesh_test::asked(0, 0), before + 3);
+        tesh_serv_second();
+        EXPECT_EQ(tesh_test::asked(0, 0), before + 4);
+    });
+}
+
 TEST(brand_frequency, reads_the_unit_and_the_four_characters_in_front)
 {
     const struct {
@@ -95,6 +118,36 @@ TEST(brand_frequency, reads_the_unit_and_the_four_characters_in_front)
     };
     for (const auto &row : rows)
         EXPECT_NEAR(clocks_brand_frequency(row.text), row.ghz, 1e-9) << '"' << row.text << '"';
+}
+
+// A processor whose brand string ends in the sixteen characters, if its leaves go that far; if not, they stand in its last
+// leaf, and any leaf beyond that answers the same.
+tesh_test::vcpu_profile named(const char text[17], uint32_t last_extended_leaf)
+{
+    tesh_test::vcpu_profile profile = tesh_test::profile_named("avx2");
+    std::memcpy(tesh_test::vcpu_registers(&profile, std::min(0x80000004u, last_extended_leaf), 0), text, 16);
+    profile.beyond_last_repeats = true;
+    tesh_test::vcpu_registers(&profile, 0x80000000, 0)[0] = last_extended_leaf;
+    return profile;
+}
+
+TEST(max_frequency, is_the_one_in_the_last_sixteen_characters_of_the_brand_string)
+{
+    tesh_test::on_processor(named("    @ 7.70GHz   ", 0x80000004), {},
+                            [] { EXPECT_NEAR(tesh_serv_get_max_cpu_frequency(), 7.7, 1e-9); });
+    tesh_test::on_processor(named("    @ 7.70GHz   ", 0x80000008), {},
+                            [] { EXPECT_NEAR(tesh_serv_get_max_cpu_frequency(), 7.7, 1e-9); });
+    tesh_test::on_processor(named("    @ 7700MHz   ", 0x80000004), {},
+                            [] { EXPECT_NEAR(tesh_serv_get_max_cpu_frequency(), 7.7, 1e-9); });
+}
+
+TEST(max_frequency, without_a_brand_string_is_not_taken_from_it)
+{
+    tesh_test::on_processor(named("    @ 7.70GHz   ", 0x80000003), {}, [] {
+        const double frequency = tesh_serv_get_max_cpu_frequency();
+        EXPECT_GT(frequency, 0.1);
+        EXPECT_GT(std::fabs(frequency - 7.7), 1e-9);
+    });
 }
 
 TEST(max_frequency, is_that_of_a_processor)
