@@ -31,8 +31,11 @@ int32_t add_item(cleanup_list<capacity> &list, tesh_serv_cleanup_fn callback, vo
 {
     tesh_serv_lock(&list.register_lock);
     const bool full = list.count == capacity;
-    if (!full)
-        list.items[list.count++] = {callback, argument};
+    if (!full) {
+        list.items[list.count] = {callback, argument};
+        // Behind the item: the child of a fork may find the list as it is at any point here.
+        __atomic_store_n(&list.count, list.count + 1, __ATOMIC_RELEASE);
+    }
     tesh_serv_unlock(&list.register_lock);
     if (full)
         tesh_serv_exit(exit_code_list_full);
