@@ -210,6 +210,8 @@ extern void (*sys_deallocate)(void *pointer);
 extern int32_t mm_init_done;    // -1 until the allocators are set, then 1
 extern int32_t disable_fast_mm; // 1: the cached layer is off
 
+// The settings of the environment, once.
+void mm_read_settings();
 void mm_init_once();
 
 // To be called before any of the above is used.

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "frame/service/memory.h"
+#include "frame/service/processor.h"
 
 using namespace tesh_memory;
 
@@ -46,14 +47,6 @@ constexpr size_t path_bytes = 4096;
 
 int32_t mm_fast_memory_update_limit_lock;
 [[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_limit_lock = &mm_fast_memory_update_limit_lock;
-
-uint64_t processor_features()
-{
-    uint64_t features;
-    while ((features = __atomic_load_n(&__orvan_tesh_feature_indicator_x[0], __ATOMIC_ACQUIRE)) == 0)
-        __orvan_tesh_features_init_x();
-    return features;
-}
 
 template <class Function> Function symbol(void *library, const char *name)
 {
@@ -107,7 +100,7 @@ int64_t mm_fast_memory_limit = -1;
 
 bool mm_bind_fast_memory()
 {
-    if ((processor_features() & high_bandwidth_features) != high_bandwidth_features || tesh_serv_libc_is_static())
+    if (!has_all(processor_features(), high_bandwidth_features) || tesh_serv_libc_is_static())
         return true;
     void *const library = TESHLoadLibrary("");
     if (library == nullptr)
@@ -220,6 +213,7 @@ int32_t tesh_serv_set_memory_limit(int32_t type, size_t mebibytes)
 
 int64_t tesh_serv_check_fast_memory_size(void)
 {
+    mm_read_settings();
     return limit_now();
 }
 }

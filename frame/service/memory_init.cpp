@@ -35,24 +35,6 @@ bool settings_are_read()
     return __atomic_load_n(&env_has_been_cached, __ATOMIC_ACQUIRE) == 1;
 }
 
-void read_settings()
-{
-    if (settings_are_read())
-        return;
-    tesh_serv_lock(&tesh_fast_mm_lock);
-    if (!settings_are_read()) {
-        char text[setting_bytes];
-        if (tesh_serv_getenv("TESH_DISABLE_FAST_MM", text, setting_bytes) > 0)
-            disable_fast_mm = 1;
-        if (tesh_serv_getenv("TESH_FAST_MEMORY_LIMIT", text, setting_bytes) > 0) {
-            const long mebibytes = strtol(text, nullptr, 10);
-            mm_fast_memory_limit = mebibytes < 0 ? -1 : mebibytes_to_bytes(static_cast<size_t>(mebibytes));
-        }
-        __atomic_store_n(&env_has_been_cached, static_cast<uint8_t>(1), __ATOMIC_RELEASE);
-    }
-    tesh_serv_unlock(&tesh_fast_mm_lock);
-}
-
 void set_allocators()
 {
     const bool untouched = i_malloc == malloc && i_calloc == calloc && i_realloc == realloc && i_free == free;
@@ -74,12 +56,30 @@ void (*sys_deallocate)(void *pointer);
 int32_t mm_init_done = -1;
 int32_t disable_fast_mm;
 
+void mm_read_settings()
+{
+    if (settings_are_read())
+        return;
+    tesh_serv_lock(&tesh_fast_mm_lock);
+    if (!settings_are_read()) {
+        char text[setting_bytes];
+        if (tesh_serv_getenv("TESH_DISABLE_FAST_MM", text, setting_bytes) > 0)
+            disable_fast_mm = 1;
+        if (tesh_serv_getenv("TESH_FAST_MEMORY_LIMIT", text, setting_bytes) > 0) {
+            const long mebibytes = strtol(text, nullptr, 10);
+            mm_fast_memory_limit = mebibytes < 0 ? -1 : mebibytes_to_bytes(static_cast<size_t>(mebibytes));
+        }
+        __atomic_store_n(&env_has_been_cached, static_cast<uint8_t>(1), __ATOMIC_RELEASE);
+    }
+    tesh_serv_unlock(&tesh_fast_mm_lock);
+}
+
 void mm_init_once()
 {
     bool too_old = false;
     tesh_serv_lock(&mm_init_lock);
     if (__atomic_load_n(&mm_init_done, __ATOMIC_ACQUIRE) != 1) {
-        read_settings();
+        mm_read_settings();
         too_old = !mm_bind_fast_memory();
         set_allocators();
         __atomic_store_n(&mm_init_done, 1, __ATOMIC_RELEASE);
@@ -108,7 +108,7 @@ int32_t tesh_serv_disable_fast_mm(void)
 
 int32_t tesh_serv_get_fast_mm_status(void)
 {
-    read_settings();
+    mm_read_settings();
     return disable_fast_mm;
 }
 }

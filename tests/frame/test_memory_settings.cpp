@@ -103,6 +103,9 @@ TEST(fast_memory_limit_variable, is_in_mebibytes_and_a_negative_value_means_no_l
             tesh_serv_free(tesh_serv_malloc(1, 64));
             return tesh_serv_check_fast_memory_size() == c.bytes;
         });
+        // The question alone reads the setting, too.
+        expect_in_child({{"TESH_FAST_MEMORY_LIMIT", c.text}},
+                        [&] { return tesh_serv_check_fast_memory_size() == c.bytes; });
     }
     expect_in_child({}, [] { return tesh_serv_check_fast_memory_size() == -1; });
 }
