@@ -15,12 +15,16 @@ nm -D --defined-only "$library" | awk '{print $3}' | LC_ALL=C sort -u >"$work/ob
 sed -n '/global:/,/local:/p' cmake/libtesh.map | grep -oE '^ +[A-Za-z_][A-Za-z0-9_]*;' | tr -d ' ;' | LC_ALL=C sort >"$work/map"
 LC_ALL=C sort -u "$work/map" >"$work/map_once"
 cmp -s "$work/map" "$work/map_once" || complain "named twice: $(uniq -d "$work/map" | tr '\n' ' ')"
-cat frame/tesh*.h frame/entry/*.h frame/service/*.h frame/service/*/*.h vector/*.h gemm/*.h trans/*.h 2>/dev/null | tr '\n' ' ' |
-    grep -oP 'TESH_API\b[^;]*' | grep -oE '[A-Za-z_][A-Za-z0-9_]*' | LC_ALL=C sort -u >"$work/headers"
+headers=(frame/tesh*.h frame/entry/*.h frame/service/*.h frame/service/*/*.h vector/*.h gemm/*.h trans/*.h)
+# A declaration up to its semicolon: a variable, a pointer to a function or a list of variables; else the name in front of the
+# parameters.
+cat "${headers[@]}" | grep -v '^#' | tr '\n' ' ' | grep -oP 'TESH_API\b[^;]*' |
+    sed -E 's/\(\*([A-Za-z0-9_]+)\).*/ \1/; s/[([].*//; s/, +/\n/g' | sed -E 's/ +$//; s/.*[* ]//' | LC_ALL=C sort -u >"$work/headers"
 
 for name in $(LC_ALL=C comm -13 "$work/map_once" "$work/object"); do complain "exported, not in the version script: $name"; done
 for name in $(LC_ALL=C comm -23 "$work/map_once" "$work/object"); do complain "in the version script, not exported: $name"; done
 for name in $(LC_ALL=C comm -23 "$work/map_once" "$work/headers"); do complain "exported, in no header: $name"; done
+for name in $(LC_ALL=C comm -13 "$work/object" "$work/headers"); do complain "in a header, not exported: $name"; done
 
 dynamic=$(readelf -dW "$library")
 needed=$(echo "$dynamic" | grep -oP 'NEEDED.*\[\K[^]]+' | grep -vE '^(libc\.so\.6|libm\.so\.6|ld-linux-x86-64\.so\.2)$' || true)
