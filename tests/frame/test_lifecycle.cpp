@@ -105,6 +105,24 @@ TEST(finalizer, runs_each_callback_once_threading_layer_first)
     EXPECT_EQ(result.out, "t21 end");
 }
 
+TEST(finalizer, frees_the_cached_memory_before_the_first_callback)
+{
+    const auto result = run_forked([] {
+        const auto tell = [](void *) {
+            int32_t blocks = -1;
+            const int64_t bytes = tesh_serv_mem_stat(&blocks);
+            std::printf("%lld bytes in %d blocks, ", static_cast<long long>(bytes), blocks);
+        };
+        tesh_serv_deallocate(tesh_serv_allocate(1000, 64));
+        tell(nullptr);
+        tesh_serv_core_register_cleanup(tell, nullptr);
+        tesh_serv_thr_register_cleanup(tell, nullptr);
+        tesh_serv_finalize();
+        return 0;
+    });
+    EXPECT_EQ(result.out, "1064 bytes in 1 blocks, 0 bytes in 0 blocks, 0 bytes in 0 blocks, ");
+}
+
 TEST(finalizer, runs_at_the_end_of_the_process)
 {
     const auto result = run_forked([] {

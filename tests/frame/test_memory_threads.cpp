@@ -95,6 +95,17 @@ TEST_F(book_of_threads, has_a_slot_stride_of_56_and_lines_of_their_own_for_lock_
               64u);
 }
 
+TEST_F(book_of_threads, held_exclusively_has_every_word_taken)
+{
+    mm_lock_exclusive();
+    EXPECT_EQ(mm_book.global, 1);
+    int32_t taken = 0;
+    for (const lock_line &line : mm_book.lock_words)
+        taken += line.word;
+    mm_unlock_exclusive();
+    EXPECT_EQ(taken, 1024);
+}
+
 TEST_F(book_of_threads, gives_numbers_in_turn_and_leaves_0_in_the_slot_of_the_registering_call)
 {
     worker a, b;
