@@ -35,11 +35,15 @@ if [ -n "$(readelf -lW "$library" | awk '/GNU_STACK/ && /RWE/')" ]; then complai
 # .init_array: the C start files' frame_dummy and the two constructors, 8 bytes each.
 array_bytes=$(echo "$dynamic" | awk '/INIT_ARRAYSZ/ {print $3}')
 [ "$array_bytes" -eq 24 ] || complain ".init_array holds $((array_bytes / 8)) entries, expected 3"
-# Only the handler chain is bound by dynamic symbol; everything else that is called by name is the C library's.
-for name in $(readelf -rW "$library" | awk '$3 ~ /JUMP_SLO|GLOB_DAT/ {print $5}' | sed 's/@.*//' | LC_ALL=C sort -u); do
-    if grep -qx "$name" "$work/object"; then
-        grep -qE "^ +$name;" cmake/libtesh.dynamic || complain "bound by dynamic symbol: $name"
-    fi
+# What is bound by dynamic symbol is the list in cmake/libtesh.dynamic and the C library's; and all of the list is, or a program
+# could not take a handler over, or would keep a copy of a variable that the library does not see.
+readelf -rW "$library" | awk '$3 ~ /JUMP_SLO|GLOB_DAT|X86_64_64/ {print $5}' | sed 's/@.*//' | LC_ALL=C sort -u >"$work/bound"
+grep -oE '^ +[A-Za-z_][A-Za-z0-9_]*;' cmake/libtesh.dynamic | tr -d ' ;' | LC_ALL=C sort >"$work/dynamic"
+LC_ALL=C comm -12 "$work/bound" "$work/object" >"$work/bound_here"
+for name in $(LC_ALL=C comm -23 "$work/bound_here" "$work/dynamic"); do complain "bound by dynamic symbol: $name"; done
+for name in $(LC_ALL=C comm -13 "$work/bound_here" "$work/dynamic"); do complain "not bound by dynamic symbol: $name"; done
+for name in $(nm -D --defined-only "$library" | awk '$2 == "W" {print $3}'); do # the links of the handler chain
+    grep -qx "$name" "$work/dynamic" || complain "weak, but not bound by dynamic symbol: $name"
 done
 
 [ "$failures" -eq 0 ] && echo "check_exports: passed ($(wc -l <"$work/object") symbols)"
