@@ -31,15 +31,15 @@ int32_t check_strategy(gemm_strategy *strategy)
 constexpr int64_t packed_least_n = 72; // m and n for A as it lies
 constexpr int64_t packed_least_t = 56; // m and n for A transposed
 
-bool takes_packed(const sgemm_call &call)
+inline bool takes_packed(char transa, int64_t m, int64_t n, float alpha)
 {
-    const int64_t least = is_letter(*call.transa, 'N') ? packed_least_n : packed_least_t;
-    return call.alpha == 0.0f || (call.m >= least && call.n >= least);
+    const int64_t least = is_letter(transa, 'N') ? packed_least_n : packed_least_t;
+    return alpha == 0.0f || (m >= least && n >= least);
 }
 
-bool takes_meq6_keq6(const sgemm_call &call)
+inline bool takes_meq6_keq6(char transa, char transb, int64_t m, int64_t k)
 {
-    return call.m == 6 && call.k == 6 && is_letter(*call.transa, 'N') && is_letter(*call.transb, 'N');
+    return m == 6 && k == 6 && is_letter(transa, 'N') && is_letter(transb, 'N');
 }
 } // namespace
 
@@ -62,15 +62,12 @@ void tesh_blas_avx2_xsgemm(const char *transa, const char *transb, const int64_t
 {
     if (*m <= 0 || *n <= 0)
         return;
-    const bool strict = tesh_serv_cbwr_get(-1) & strict_flag;
-    const sgemm_call call = {transa, transb, *m, *n, *k, *alpha, *beta, a, b, c, *lda, *ldb, *ldc};
-    if (strict || takes_packed(call))
-        return packed_route<path>(call, strict);
-    if (takes_meq6_keq6(call)) {
-        const bool clears = call.beta == 0.0f;
-        return (clears ? tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0 : tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6)(
-            transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    }
-    nocopy_route<path>(call);
+    if (strict_reproducibility() || takes_packed(*transa, *m, *n, *alpha))
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (takes_meq6_keq6(*transa, *transb, *m, *k))
+        return (*beta == 0.0f ? tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0
+                              : tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6)(transa, transb, m, n, k, alpha, a, lda, b,
+                                                                            ldb, beta, c, ldc);
+    nocopy_route<path>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
 }
 }

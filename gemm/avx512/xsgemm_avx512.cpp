@@ -31,19 +31,19 @@ int32_t check_strategy(gemm_strategy *strategy)
 constexpr int64_t packed_least = 192;                                               // m, and n for A as it lies
 constexpr int64_t smalln_least = 2, smalln_most = 15, smalln_depth_per_column = 24; // of n; of k
 
-bool takes_t_smalln(const sgemm_call &call)
+inline bool takes_t_smalln(char transa, char transb, int64_t n, int64_t k, float alpha)
 {
-    return call.alpha != 0.0f && call.k > 0 && is_letter(*call.transa, 'T') && is_letter(*call.transb, 'N') &&
-           call.n >= smalln_least && call.n <= smalln_most && call.k >= smalln_depth_per_column * call.n;
+    return n <= smalln_most && n >= smalln_least && k >= smalln_depth_per_column * n && is_letter(transa, 'T') &&
+           is_letter(transb, 'N') && alpha != 0.0f;
 }
 
-bool takes_packed(const sgemm_call &call)
+inline bool takes_packed(char transa, int64_t m, int64_t n, int64_t k, float alpha)
 {
-    if (call.alpha == 0.0f)
+    if (alpha == 0.0f)
         return true;
-    if (is_letter(*call.transa, 'N'))
-        return call.m >= packed_least && call.n >= packed_least;
-    return call.m >= packed_least || (call.m > call.n && call.m >= call.k);
+    if (is_letter(transa, 'N'))
+        return m >= packed_least && n >= packed_least;
+    return m >= packed_least || (m > n && m >= k);
 }
 } // namespace
 
@@ -66,15 +66,12 @@ void tesh_blas_avx512_xsgemm(const char *transa, const char *transb, const int64
 {
     if (*m <= 0 || *n <= 0)
         return;
-    const bool strict = tesh_serv_cbwr_get(-1) & strict_flag;
-    const sgemm_call call = {transa, transb, *m, *n, *k, *alpha, *beta, a, b, c, *lda, *ldb, *ldc};
-    if (strict)
-        return packed_route<path>(call, true);
-    if (takes_t_smalln(call)) {
+    if (strict_reproducibility())
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (takes_t_smalln(*transa, *transb, *n, *k, *alpha))
         return tesh_blas_avx512_sgemm_t_smalln(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    }
-    if (takes_packed(call))
-        return packed_route<path>(call, false);
-    nocopy_route<path>(call);
+    if (takes_packed(*transa, *m, *n, *k, *alpha))
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    nocopy_route<path>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
 }
 }

@@ -12,15 +12,12 @@ namespace
 constexpr uint64_t nocopy_panel_m = 16, nocopy_panel_n = 6; // [elements] unrolls of a strategy without packing
 constexpr int32_t strict_flag = 0x10000;                    // of the reproducibility setting
 
-// The arguments of SGEMM, read once.
-struct sgemm_call {
-    const char *transa, *transb;
-    int64_t m, n, k;
-    float alpha, beta;
-    const float *a, *b;
-    float *c;
-    int64_t lda, ldb, ldc;
-};
+// One load once the setting is known.
+inline bool strict_reproducibility()
+{
+    const int32_t setting = __atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE);
+    return (setting == -1 ? tesh_serv_cbwr_get(-1) : setting) & strict_flag;
+}
 
 struct sgemm_records {
     blas_op_record op;
@@ -100,7 +97,7 @@ inline void initialize_kernel_info(const blas_op_record *op, const blas_matrix_v
     info->strategy.check(&info->strategy);
     const uint32_t a_policy = info->strategy.a_policy;
     const bool packs = a_policy != gemm_policy_nocopy;
-    const bool strict = tesh_serv_cbwr_get(-1) & strict_flag;
+    const bool strict = strict_reproducibility();
     info->min_m_driver = p::min_m_driver;
     info->min_n_driver = p::min_n_driver;
     info->min_k_driver = p::min_k_driver;
@@ -121,34 +118,40 @@ inline void initialize_kernel_info(const blas_op_record *op, const blas_matrix_v
 }
 
 // ---- the routes ---------------------------------------------------------------------------------------------------
-[[gnu::always_inline]] inline void fill_records(const sgemm_call &call, sgemm_records *records)
+[[gnu::always_inline]] inline void fill_records(sgemm_records *records, const char *transa, const char *transb,
+                                                int64_t m, int64_t n, int64_t k, float alpha, const float *a,
+                                                int64_t lda, const float *b, int64_t ldb, float beta, float *c,
+                                                int64_t ldc)
 {
-    const int32_t code_a = operation_code(*call.transa), code_b = operation_code(*call.transb);
+    const int32_t code_a = operation_code(*transa), code_b = operation_code(*transb);
     blas_op_record &op = records->op;
     op.side = nullptr;
     op.uplo = nullptr;
     op.diag = nullptr;
-    op.transa = call.transa;
-    op.transb = call.transb;
-    op.alpha = call.alpha;
-    op.beta = call.beta;
+    op.transa = transa;
+    op.transb = transb;
+    op.alpha = alpha;
+    op.beta = beta;
     op.side_code = 2;
     op.uplo_code = 2;
     op.diag_code = 2;
     op.transa_code = code_a;
     op.transb_code = code_b;
     op.routine_id = blas_routine_sgemm;
-    fill_operand_view(&records->a, call.a, call.m, call.k, call.lda, code_a);
-    fill_operand_view(&records->b, call.b, call.k, call.n, call.ldb, code_b);
-    fill_view(&records->c, call.c, call.m, call.n, call.ldc, 0, getPointer_notrans);
+    fill_operand_view(&records->a, a, m, k, lda, code_a);
+    fill_operand_view(&records->b, b, k, n, ldb, code_b);
+    fill_view(&records->c, c, m, n, ldc, 0, getPointer_notrans);
 }
 
-template <class p> [[gnu::noinline]] void packed_route(const sgemm_call &call, bool strict)
+template <class p>
+[[gnu::noinline]] void packed_route(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                    const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
+                                    const float *b, const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
 {
     sgemm_records r;
     gemm_strategy strategy;
     gemm_kernel_info info;
-    fill_records(call, &r);
+    fill_records(&r, transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
     p::initialize_strategy(&strategy);
     p::initialize_kernel_info(&r.op, &r.a, &r.b, &r.c, &strategy, &info);
     if (r.op.alpha == 0.0f) {
@@ -157,20 +160,21 @@ template <class p> [[gnu::noinline]] void packed_route(const sgemm_call &call, b
         return;
     }
     const bool dot_products = r.op.transa_code != 0 && r.op.transb_code == 0;
-    if (strict || (dot_products ? call.m >= info.min_m_driver : call.n >= info.min_n_driver)) {
+    if (strict_reproducibility() || (dot_products ? *m >= info.min_m_driver : *n >= info.min_n_driver))
         info.driver(&r.op, &r.a, &r.b, &r.c, nullptr, &info);
-        return;
-    }
-    p::pst(call.transa, call.transb, &call.m, &call.n, &call.k, &r.op.alpha, call.a, &call.lda, call.b, &call.ldb,
-           &r.op.beta, call.c, &call.ldc);
+    else
+        p::pst(transa, transb, m, n, k, &r.op.alpha, a, lda, b, ldb, &r.op.beta, c, ldc);
 }
 
 // With A and B read where they lie the driver slot holds the no-copy driver, which reads neither strategy nor info: none
 // is filled, for this is the route of the smallest products.
-template <class p> [[gnu::always_inline]] inline void nocopy_route(const sgemm_call &call)
+template <class p>
+[[gnu::always_inline]] inline void nocopy_route(const char *transa, const char *transb, int64_t m, int64_t n, int64_t k,
+                                                float alpha, const float *a, int64_t lda, const float *b, int64_t ldb,
+                                                float beta, float *c, int64_t ldc)
 {
     sgemm_records r;
-    fill_records(call, &r);
+    fill_records(&r, transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
     p::nocopy_driver(&r.op, &r.a, &r.b, &r.c, nullptr, nullptr);
 }
 } // namespace
