@@ -98,9 +98,13 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
     for (; groups > p::c_groups; --groups)
         group();
     c_fetch<p, cols> fetch(c, ldc);
+    constexpr int lines = cols * (rows * 4 / 64 + 1);
+    const int64_t each = groups >= lines ? 1 : lines / (groups + 1) + 1; // lines for a group, all in a short depth
 #pragma GCC unroll 1
     for (; groups > 0; --groups) {
-        fetch.step();
+#pragma GCC unroll 1
+        for (int64_t i = 0; i < each; ++i)
+            fetch.step();
         group();
     }
     for (int64_t l = depth & ~INT64_C(3); l < depth; ++l, a += rows, b += cols) {
