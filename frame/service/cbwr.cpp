@@ -142,6 +142,15 @@ int32_t value_of_text(char *text, size_t length, int32_t *status)
     return branch_auto;
 }
 
+// The first use. Apart, so that a later one saves no register.
+[[gnu::cold, gnu::noinline]] void resolve_under_lock()
+{
+    tesh_serv_lock(&TESH_Detect_Cpu_Global_Lock);
+    const int32_t status = cbwr_resolve();
+    tesh_serv_unlock(&TESH_Detect_Cpu_Global_Lock);
+    exit_if_failed(status);
+}
+
 int32_t part_of(int32_t value, int32_t what)
 {
     if (what == -1)
@@ -184,12 +193,8 @@ int32_t tesh_serv_cbwr_get_nolock(int32_t what)
 
 int32_t tesh_serv_cbwr_get(int32_t what)
 {
-    if (__atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) == -1) {
-        tesh_serv_lock(&TESH_Detect_Cpu_Global_Lock);
-        const int32_t status = cbwr_resolve();
-        tesh_serv_unlock(&TESH_Detect_Cpu_Global_Lock);
-        exit_if_failed(status);
-    }
+    if (__atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) == -1)
+        resolve_under_lock();
     return part_of(__atomic_load_n(&tesh_cbwr, __ATOMIC_RELAXED), what);
 }
 

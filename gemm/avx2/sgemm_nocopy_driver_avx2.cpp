@@ -1,65 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The no-copy driver of the avx2 path: its blocks and its kernels.
-#include "frame/path/vec_avx2.h"
-#include "gemm/body/sgemm_nocopy_driver_body.h"
-
-namespace
-{
-struct nocopy_path {
-    // NN, NT, TN, TT.
-    static constexpr block_rule k_rule[4] = {{512, 256, 257}, {192, 96, 97}, {512, 256, 257}, {192, 96, 97}};
-    static constexpr block_rule n_rule[4] = {{96, 48, 73}, {96, 48, 73}, {192, 96, 145}, {192, 96, 145}};
-    static constexpr tesh_blas_sgemm_fn *pst = tesh_blas_avx2_sgemm_pst;
-    static constexpr nocopy_kernels first_zero = {tesh_blas_avx2_sgemm_kernel_nocopy_NN_b0,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_NT_b0,
-                                                  nullptr,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_NT_b0,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_TN_b0,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_TT_b0,
-                                                  nullptr,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_TT_b0,
-                                                  nullptr,
-                                                  nullptr,
-                                                  nullptr,
-                                                  nullptr,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_TN_b0,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_TT_b0,
-                                                  nullptr,
-                                                  tesh_blas_avx2_sgemm_kernel_nocopy_TT_b0};
-    static constexpr nocopy_kernels add = {tesh_blas_avx2_sgemm_kernel_nocopy_NN_b1,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_NT_b1,
-                                           nullptr,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_NT_b1,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_TN_b1,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_TT_b1,
-                                           nullptr,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_TT_b1,
-                                           nullptr,
-                                           nullptr,
-                                           nullptr,
-                                           nullptr,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_TN_b1,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_TT_b1,
-                                           nullptr,
-                                           tesh_blas_avx2_sgemm_kernel_nocopy_TT_b1};
-    static constexpr nocopy_kernels first_other = {tesh_blas_avx2_sgemm_kernel_nocopy_NN_bn,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_NT_bn,
-                                                   nullptr,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_NT_bn,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_TN_bn,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_TT_bn,
-                                                   nullptr,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_TT_bn,
-                                                   nullptr,
-                                                   nullptr,
-                                                   nullptr,
-                                                   nullptr,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_TN_bn,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_TT_bn,
-                                                   nullptr,
-                                                   tesh_blas_avx2_sgemm_kernel_nocopy_TT_bn};
-};
-} // namespace
+// The no-copy driver of the avx2 path.
+#include "gemm/avx2/sgemm_nocopy_path_avx2.h"
 
 extern "C" void tesh_blas_avx2_xsgemm_nocopy_driver(blas_op_record *op, const blas_matrix_view *a,
                                                     const blas_matrix_view *b, const blas_matrix_view *c,

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := alpha*op(A)*op(B) + beta*C on the avx2 path: the road is chosen by shape.
+#include "gemm/avx2/sgemm_nocopy_path_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
 #include "gemm/body/xsgemm_body.h"
 
@@ -41,6 +42,22 @@ inline bool takes_meq6_keq6(char transa, char transb, int64_t m, int64_t k)
 {
     return m == 6 && k == 6 && is_letter(transa, 'N') && is_letter(transb, 'N');
 }
+
+// Apart from the path routine, so that the smallest products save no registers for it.
+[[gnu::noinline]] void by_shape(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
+                                const float *b, const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+{
+    if (strict_reproducibility())
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (takes_packed(*transa, *m, *n, *alpha))
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (takes_meq6_keq6(*transa, *transb, *m, *k))
+        return (*beta == 0.0f ? tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0
+                              : tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6)(transa, transb, m, n, k, alpha, a, lda, b,
+                                                                            ldb, beta, c, ldc);
+    nocopy_route<path>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+}
 } // namespace
 
 extern "C" {
@@ -62,12 +79,8 @@ void tesh_blas_avx2_xsgemm(const char *transa, const char *transb, const int64_t
 {
     if (*m <= 0 || *n <= 0)
         return;
-    if (strict_reproducibility() || takes_packed(*transa, *m, *n, *alpha))
-        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    if (takes_meq6_keq6(*transa, *transb, *m, *k))
-        return (*beta == 0.0f ? tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0
-                              : tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6)(transa, transb, m, n, k, alpha, a, lda, b,
-                                                                            ldb, beta, c, ldc);
-    nocopy_route<path>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+    if (!may_be_strict() && is_tiny(*m, *n, *k, *alpha) && !takes_meq6_keq6(*transa, *transb, *m, *k))
+        return nocopy_one_block<nocopy_path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    by_shape(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := alpha*op(A)*op(B) + beta*C on the avx512 path: the road is chosen by shape.
+#include "gemm/avx512/sgemm_nocopy_path_avx512.h"
 #include "gemm/avx512/sgemm_path_avx512.h"
 #include "gemm/body/xsgemm_body.h"
 
@@ -45,6 +46,20 @@ inline bool takes_packed(char transa, int64_t m, int64_t n, int64_t k, float alp
         return m >= packed_least && n >= packed_least;
     return m >= packed_least || (m > n && m >= k);
 }
+
+// Apart from the path routine, so that the smallest products save no registers for it.
+[[gnu::noinline]] void by_shape(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
+                                const float *b, const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+{
+    if (strict_reproducibility())
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (takes_t_smalln(*transa, *transb, *n, *k, *alpha))
+        return tesh_blas_avx512_sgemm_t_smalln(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (takes_packed(*transa, *m, *n, *k, *alpha))
+        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    nocopy_route<path>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+}
 } // namespace
 
 extern "C" {
@@ -66,12 +81,8 @@ void tesh_blas_avx512_xsgemm(const char *transa, const char *transb, const int64
 {
     if (*m <= 0 || *n <= 0)
         return;
-    if (strict_reproducibility())
-        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    if (takes_t_smalln(*transa, *transb, *n, *k, *alpha))
-        return tesh_blas_avx512_sgemm_t_smalln(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    if (takes_packed(*transa, *m, *n, *k, *alpha))
-        return packed_route<path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    nocopy_route<path>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+    if (!may_be_strict() && is_tiny(*m, *n, *k, *alpha) && !takes_packed(*transa, *m, *n, *k, *alpha))
+        return nocopy_one_block<nocopy_path>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    by_shape(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 }

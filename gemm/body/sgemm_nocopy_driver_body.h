@@ -2,7 +2,7 @@
 // C := alpha*op(A)*op(B) + beta*C without packing: blocks of depth outside, rows next, columns inside, one kernel call a
 // block. The first depth block brings beta to C, the later ones add.
 //
-// p is the path (gemm/<path>/sgemm_nocopy_driver_<path>.cpp):
+// p is the path (gemm/<path>/sgemm_nocopy_path_<path>.h):
 //   k_rule, n_rule   block sizes by class: 2 * (A transposed) + (B transposed)
 //   first_zero, first_other, add   kernels by their slot, see nocopy_slot
 //   pst              the bufferless product
@@ -40,7 +40,7 @@ inline int nocopy_slot(bool a_conjugate, bool a_transposed, bool b_conjugate, bo
 }
 
 // C := beta*C where there is nothing to add.
-[[gnu::noinline]] void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
+[[gnu::noinline]] inline void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
 {
     if (beta == 1.0f)
         return;
@@ -74,7 +74,7 @@ struct nocopy_call {
     int64_t ldc;
 };
 
-template <class p, bool a_transposed, bool b_transposed>
+template <bool a_transposed, bool b_transposed>
 [[gnu::noinline]] void nocopy_blocks(const nocopy_call &x, const block_rule &k_rule, const block_rule &n_rule,
                                      tesh_blas_sgemm_kernel_nocopy_fn *first, tesh_blas_sgemm_kernel_nocopy_fn *add)
 {
@@ -93,44 +93,67 @@ template <class p, bool a_transposed, bool b_transposed>
     }
 }
 
-template <class p> [[gnu::noinline]] void nocopy_dot_products(nocopy_call x)
+// So few and short dot products are not worth a kernel.
+constexpr bool takes_bufferless_dots(bool a_transposed, bool b_transposed, int64_t m, int64_t n)
 {
-    p::pst("T", "N", &x.m, &x.n, &x.k, x.alpha, x.a, &x.lda, x.b, &x.ldb, x.beta, x.c, &x.ldc);
+    return a_transposed && !b_transposed && m <= 3 && n <= 15 && m * n < 32;
 }
 
-template <class p> [[gnu::always_inline]] inline void nocopy_product(char transa, char transb, const nocopy_call &x)
+template <class p>
+inline tesh_blas_sgemm_kernel_nocopy_fn *nocopy_first_kernel(char transa, char transb, bool a_transposed,
+                                                             bool b_transposed, float beta)
 {
-    if (x.m < 1 || x.n < 1)
-        return;
-    const bool a_transposed = is_letter_of(letters_of_transposition, transa);
-    const bool b_transposed = is_letter_of(letters_of_transposition, transb);
-    if (a_transposed && !b_transposed && x.m <= 3 && x.n <= 15 && x.m * x.n < 32)
-        return nocopy_dot_products<p>(x);
-    if (x.k < 1 || *x.alpha == 0.0f)
-        return nocopy_scale(x.m, x.n, *x.beta, x.c, x.ldc);
-    const int slot = nocopy_slot(is_letter_of(letters_of_conjugation, transa), a_transposed,
-                                 is_letter_of(letters_of_conjugation, transb), b_transposed);
-    const int transposition = 2 * a_transposed + b_transposed;
-    const block_rule &k_rule = p::k_rule[transposition], &n_rule = p::n_rule[transposition];
-    tesh_blas_sgemm_kernel_nocopy_fn *const add = p::add[slot];
-    tesh_blas_sgemm_kernel_nocopy_fn *const first = *x.beta == 0.0f   ? p::first_zero[slot]
-                                                    : *x.beta == 1.0f ? add
-                                                                      : p::first_other[slot];
-    if (x.k < k_rule.halve_from && x.n < n_rule.halve_from && x.m < nocopy_m_rule.halve_from)
-        first(x.m, x.n, x.k, x.alpha, x.a, x.lda, x.b, x.ldb, x.beta, x.c, x.ldc);
-    else
-        (a_transposed   ? b_transposed ? nocopy_blocks<p, true, true> : nocopy_blocks<p, true, false>
-           : b_transposed ? nocopy_blocks<p, false, true>
-                        : nocopy_blocks<p, false, false>)(x, k_rule, n_rule, first, add);
+    const nocopy_kernels &kernels = beta == 0.0f ? p::first_zero : beta == 1.0f ? p::add : p::first_other;
+    return kernels[nocopy_slot(is_letter_of(letters_of_conjugation, transa), a_transposed,
+                               is_letter_of(letters_of_conjugation, transb), b_transposed)];
+}
+
+// The driver for a product of one block, with something to add, whose arguments stand in no records.
+template <class p>
+[[gnu::always_inline]] inline void nocopy_one_block(const char *transa, const char *transb, const int64_t *m,
+                                                    const int64_t *n, const int64_t *k, const float *alpha,
+                                                    const float *a, const int64_t *lda, const float *b,
+                                                    const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+{
+    const bool a_transposed = is_letter_of(letters_of_transposition, *transa);
+    const bool b_transposed = is_letter_of(letters_of_transposition, *transb);
+    if (takes_bufferless_dots(a_transposed, b_transposed, *m, *n))
+        return p::pst("T", "N", m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    return nocopy_first_kernel<p>(*transa, *transb, a_transposed, b_transposed, *beta)(*m, *n, *k, alpha, a, *lda, b,
+                                                                                       *ldb, beta, c, *ldc);
 }
 
 // From the records.
 template <class p>
-[[gnu::always_inline]] inline void nocopy_driver(const blas_op_record *op, const blas_matrix_view *a,
-                                                 const blas_matrix_view *b, const blas_matrix_view *c)
+[[gnu::always_inline]] inline void nocopy_driver(const blas_op_record *op, const blas_matrix_view *a_view,
+                                                 const blas_matrix_view *b_view, const blas_matrix_view *c_view)
 {
-    nocopy_product<p>(*op->transa, *op->transb,
-                      {c->rows, c->cols, a->cols, &op->alpha, static_cast<const float *>(a->base), a->ld,
-                       static_cast<const float *>(b->base), b->ld, &op->beta, static_cast<float *>(c->base), c->ld});
+    const int64_t m = c_view->rows, n = c_view->cols, k = a_view->cols;
+    const float *a = static_cast<const float *>(a_view->base), *b = static_cast<const float *>(b_view->base);
+    float *c = static_cast<float *>(c_view->base);
+    if (m < 1 || n < 1)
+        return;
+    const bool a_transposed = is_letter_of(letters_of_transposition, *op->transa);
+    const bool b_transposed = is_letter_of(letters_of_transposition, *op->transb);
+    if (takes_bufferless_dots(a_transposed, b_transposed, m, n))
+        return p::pst("T", "N", &c_view->rows, &c_view->cols, &a_view->cols, &op->alpha, a, &a_view->ld, b, &b_view->ld,
+                      &op->beta, c, &c_view->ld);
+    if (k < 1 || op->alpha == 0.0f)
+        return nocopy_scale(m, n, op->beta, c, c_view->ld);
+    const int transposition = 2 * a_transposed + b_transposed;
+    const block_rule &k_rule = p::k_rule[transposition], &n_rule = p::n_rule[transposition];
+    tesh_blas_sgemm_kernel_nocopy_fn *const first =
+        nocopy_first_kernel<p>(*op->transa, *op->transb, a_transposed, b_transposed, op->beta);
+    if (k < k_rule.halve_from && n < n_rule.halve_from && m < nocopy_m_rule.halve_from)
+        return first(m, n, k, &op->alpha, a, a_view->ld, b, b_view->ld, &op->beta, c, c_view->ld);
+    const nocopy_call call = {m, n, k, &op->alpha, a, a_view->ld, b, b_view->ld, &op->beta, c, c_view->ld};
+    tesh_blas_sgemm_kernel_nocopy_fn *const add =
+        nocopy_first_kernel<p>(*op->transa, *op->transb, a_transposed, b_transposed, 1.0f);
+    if (a_transposed)
+        b_transposed ? nocopy_blocks<true, true>(call, k_rule, n_rule, first, add)
+                     : nocopy_blocks<true, false>(call, k_rule, n_rule, first, add);
+    else
+        b_transposed ? nocopy_blocks<false, true>(call, k_rule, n_rule, first, add)
+                     : nocopy_blocks<false, false>(call, k_rule, n_rule, first, add);
 }
 } // namespace

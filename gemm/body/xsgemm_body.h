@@ -19,6 +19,12 @@ inline bool strict_reproducibility()
     return (setting == -1 ? tesh_serv_cbwr_get(-1) : setting) & strict_flag;
 }
 
+// The same without a call: true as well where the setting has not been read yet, for -1 has every bit.
+inline bool may_be_strict()
+{
+    return __atomic_load_n(&tesh_cbwr, __ATOMIC_ACQUIRE) & strict_flag;
+}
+
 struct sgemm_records {
     blas_op_record op;
     blas_matrix_view a, b, c;
@@ -164,6 +170,14 @@ template <class p>
         info.driver(&r.op, &r.a, &r.b, &r.c, nullptr, &info);
     else
         p::pst(transa, transb, m, n, k, &r.op.alpha, a, lda, b, ldb, &r.op.beta, c, ldc);
+}
+
+// Sizes up to here make one block of the no-copy driver. Of a product that small the records would be a good part of the
+// time: its kernel is called without them, and the roads that such sizes do not meet are not asked for.
+constexpr uint64_t tiny_most = 31;
+[[gnu::always_inline]] inline bool is_tiny(int64_t m, int64_t n, int64_t k, float alpha)
+{
+    return static_cast<uint64_t>(m | n | k) <= tiny_most && k > 0 && alpha != 0.0f;
 }
 
 // With A and B read where they lie the driver slot holds the no-copy driver, which reads neither strategy nor info: none
