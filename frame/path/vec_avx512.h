@@ -31,11 +31,14 @@ struct vec_avx512 {
     static inline mask first(int64_t count) { return static_cast<mask>((1u << static_cast<unsigned>(count)) - 1u); }
     static inline reg load(const float *p, mask m) { return _mm512_maskz_loadu_ps(m, p); }
     static inline void store(float *p, reg x, mask m) { _mm512_mask_storeu_ps(p, m, x); }
+    // x in the lanes of m, zero in the others: a factor that is to meet the zeros of a masked load and raise no flag.
+    static inline reg keep(reg x, mask m) { return _mm512_maskz_mov_ps(m, x); }
     // Lanes 0 .. 7; the others read as zero and are not stored.
     static inline reg load_half(const float *p) { return _mm512_zextps256_ps512(_mm256_loadu_ps(p)); }
     static inline void store_half(float *p, reg x)
     {
         _mm256_storeu_ps(p, __builtin_shufflevector(x, x, 0, 1, 2, 3, 4, 5, 6, 7));
     }
+    static inline reg keep_half(reg x) { return _mm512_maskz_mov_ps(0xff, x); }
 };
 } // namespace

@@ -20,7 +20,7 @@ template <class v> struct scale_by {
     }
     template <class mask> [[gnu::always_inline]] inline void part(float *p, mask m) const
     {
-        v::store(p, v::mul(v::load(p, m), v::set1(beta)), m);
+        v::store(p, v::mul(v::load(p, m), v::keep(v::set1(beta), m)), m);
     }
 };
 

@@ -66,12 +66,15 @@ template <bool fused> struct vec_one {
 template <class v> struct whole_rows {
     inline typename v::reg load(const float *p) const { return v::load(p); }
     inline void store(float *p, typename v::reg x) const { v::store(p, x); }
+    inline typename v::reg factor(float x) const { return v::set1(x); }
 };
 
+// Lanes outside the mask are zero in factors too: an infinite one raises no flag there.
 template <class v> struct masked_rows {
     typename v::mask mask;
     inline typename v::reg load(const float *p) const { return v::load(p, mask); }
     inline void store(float *p, typename v::reg x) const { v::store(p, x, mask); }
+    inline typename v::reg factor(float x) const { return v::keep(v::set1(x), mask); }
 };
 
 // ---- A not transposed: column updates, rows i .. i + vecs*width - 1 of columns j .. j + columns - 1 ----
@@ -90,9 +93,9 @@ inline void pst_strip(const pst_problem &x, const rows &access, int64_t i, int64
 #pragma GCC unroll 2
         for (int q = 0; q < columns; ++q) {
             const float *bq = b + q * x.b_column;
-            const typename v::reg b0 = v::set1(value_at(bq)), b1 = v::set1(value_at(bq + x.b_depth));
-            const typename v::reg b2 = v::set1(value_at(bq + 2 * x.b_depth)),
-                                  b3 = v::set1(value_at(bq + 3 * x.b_depth));
+            const typename v::reg b0 = access.factor(value_at(bq)), b1 = access.factor(value_at(bq + x.b_depth));
+            const typename v::reg b2 = access.factor(value_at(bq + 2 * x.b_depth)),
+                                  b3 = access.factor(value_at(bq + 3 * x.b_depth));
 #pragma GCC unroll 4
             for (int w = 0; w < vecs; ++w) {
                 const float *aw = a + w * v::width;
@@ -107,11 +110,11 @@ inline void pst_strip(const pst_problem &x, const rows &access, int64_t i, int64
     for (; p < x.k; ++p, a += x.lda, b += x.b_depth) {
 #pragma GCC unroll 8
         for (int t = 0; t < columns * vecs; ++t) {
-            const typename v::reg bq = v::set1(value_at(b + t / vecs * x.b_column));
+            const typename v::reg bq = access.factor(value_at(b + t / vecs * x.b_column));
             acc[t / vecs][t % vecs] = v::mul_add(access.load(a + t % vecs * v::width), bq, acc[t / vecs][t % vecs]);
         }
     }
-    const typename v::reg alpha = v::set1(x.alpha), beta = v::set1(x.beta);
+    const typename v::reg alpha = access.factor(x.alpha), beta = access.factor(x.beta);
     const bool reads_c = x.beta != 0.0f;
 #pragma GCC unroll 8
     for (int t = 0; t < columns * vecs; ++t) {

@@ -36,7 +36,8 @@ template <class v, ger_form form> inline void ger_register(const ger_factors<v> 
     v::store(c, ger_value<v, form>(f, x, old));
 }
 
-// The last count elements of a column, fewer than a register holds.
+// The last count elements of a column, fewer than a register holds. Lanes beyond them multiply zero by zero: an infinite
+// factor raises no flag there.
 template <class v, ger_form form> inline void ger_rest(const ger_factors<v> &f, int64_t count, const float *x, float *c)
 {
     if constexpr (v::width == 4) {
@@ -53,18 +54,20 @@ template <class v, ger_form form> inline void ger_rest(const ger_factors<v> &f, 
         if constexpr (v::width == 16)
             if (count == 8) { // without a mask nothing waits for the store
                 const typename v::reg x_v = v::load_half(x);
+                const ger_factors<v> inside = {v::keep_half(f.t), v::keep_half(f.beta), f.t_1, f.beta_1};
                 typename v::reg old = x_v;
                 if constexpr (form != ger_form::fresh)
                     old = v::load_half(c);
-                v::store_half(c, ger_value<v, form>(f, x_v, old));
+                v::store_half(c, ger_value<v, form>(inside, x_v, old));
                 return;
             }
         const typename v::mask m = v::first(count);
         const typename v::reg x_v = v::load(x, m);
+        const ger_factors<v> inside = {v::keep(f.t, m), v::keep(f.beta, m), f.t_1, f.beta_1};
         typename v::reg old = x_v;
         if constexpr (form != ger_form::fresh)
             old = v::load(c, m);
-        v::store(c, ger_value<v, form>(f, x_v, old), m);
+        v::store(c, ger_value<v, form>(inside, x_v, old), m);
     }
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := beta*C on the wide paths.
+#include <cfenv>
 #include <cmath>
 
 #include "tests/gemm/wide_paths.h"
@@ -59,6 +60,19 @@ TEST_P(sgemm_mscale, every_row_count_clears_without_reading_or_multiplies)
 TEST_P(sgemm_mscale, nan_multiplies)
 {
     check(37, 3, 40, std::nanf(""), guard::at_end, false);
+}
+
+TEST_P(sgemm_mscale, an_infinite_factor_raises_no_flag)
+{
+    for (std::int64_t m = 1; m < 70; ++m) {
+        std::vector<float> c(210, 1.0f);
+        const std::int64_t n = 3;
+        const float beta = INFINITY;
+        std::feclearexcept(FE_ALL_EXCEPT);
+        GetParam()->mscale(&m, &n, &beta, c.data(), &m);
+        EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << m;
+        EXPECT_EQ(c[0], INFINITY);
+    }
 }
 
 TEST_P(sgemm_mscale, nothing_to_scale_touches_nothing)

@@ -4,6 +4,8 @@
 #include "tests/support/reference_gemm.h"
 #include "tests/support/test_paths.h"
 
+#include <cfenv>
+
 namespace
 {
 using tesh_test::gemm_operands;
@@ -173,6 +175,24 @@ TEST_P(sgemm_pst, nan_and_infinity_of_one_operand_reach_their_row_or_column_only
                     x.run(pst);
                     tesh_test::expect_gemm_result(x, false);
                 }
+            }
+        }
+    }
+}
+
+TEST_P(sgemm_pst, an_infinite_factor_raises_no_flag)
+{
+    for (const char transa : {'N', 'T'}) {
+        for (std::int64_t m = 1; m < 40; ++m) {
+            for (const int place : {0, 1, 2}) {
+                gemm_operands x({transa, 'N', m, 3, 7, place == 0 ? INFINITY : 1.0f, place == 1 ? INFINITY : 2.0f});
+                std::fill(x.a.begin(), x.a.end(), 1.0f);
+                std::fill(x.b.begin(), x.b.end(), place == 2 ? INFINITY : 1.0f);
+                std::fill(x.c.begin(), x.c.end(), 1.0f);
+                std::feclearexcept(FE_ALL_EXCEPT);
+                x.run(pst);
+                EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << x.shape.name();
+                EXPECT_EQ(x.c[0], INFINITY);
             }
         }
     }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -196,6 +197,23 @@ TEST(sgemmger, special_values_travel)
             for (float value : o.c)
                 ASSERT_TRUE(std::isnan(value));
         }
+}
+
+TEST(sgemmger, an_infinite_factor_raises_no_flag)
+{
+    const float infinite = std::numeric_limits<float>::infinity();
+    for (const member &who : members())
+        for (std::int64_t m = 1; m < 70; ++m)
+            for (auto [alpha, beta] : {std::pair(infinite, 0.0f), std::pair(infinite, 1.0f), std::pair(infinite, 2.0f),
+                                       std::pair(2.0f, infinite), std::pair(0.0f, infinite)}) {
+                const std::vector<float> x(70, 1.0f);
+                std::vector<float> c(210, 1.0f);
+                const std::int64_t n = 3, one = 1;
+                std::feclearexcept(FE_ALL_EXCEPT);
+                who.call("N", "T", &m, &n, &alpha, x.data(), &one, x.data(), &one, &beta, c.data(), &m);
+                EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << who.path << " m " << m;
+                EXPECT_EQ(c[0], infinite);
+            }
 }
 
 TEST(sgemmger, offsets_beyond_two_to_the_31_elements)

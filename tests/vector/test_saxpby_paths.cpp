@@ -2,6 +2,7 @@
 // SAXPBY, every member called by its own name, against y(i) := alpha*x(i) + beta*y(i) element by element.
 #include "tests/vector/level1.h"
 
+#include <cfenv>
 #include <immintrin.h>
 
 using namespace level1;
@@ -237,6 +238,21 @@ TEST(saxpby, no_flag_is_raised_by_lanes_without_an_element)
             EXPECT_EQ(_mm_getcsr(), before) << m.path;
             EXPECT_EQ(y[0], 5.0f);
         }
+}
+
+TEST(saxpby, an_infinite_factor_raises_no_flag)
+{
+    for (const member_set &m : members())
+        for (std::int64_t n = 1; n < 70; ++n)
+            for (auto [alpha, beta] :
+                 {std::pair(infinity, 0.0f), std::pair(infinity, 2.0f), std::pair(2.0f, infinity)}) {
+                std::vector<float> x(70, 1.0f), y(70, 1.0f);
+                const std::int64_t one = 1;
+                std::feclearexcept(FE_ALL_EXCEPT);
+                m.saxpby(&n, &alpha, x.data(), &one, &beta, y.data(), &one);
+                EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << m.path << " n " << n;
+                EXPECT_EQ(y[0], infinity);
+            }
 }
 
 TEST(saxpby, offsets_beyond_two_to_the_31_elements)

@@ -2,6 +2,8 @@
 // SAXPY, every member called by its own name, against y(i) := alpha*x(i) + y(i) element by element.
 #include "tests/vector/level1.h"
 
+#include <cfenv>
+
 using namespace level1;
 using tesh_test::guard;
 
@@ -102,4 +104,17 @@ TEST(saxpy, nan_factor_does_not_return_early)
         for (std::int64_t i = 0; i < 50; ++i)
             EXPECT_TRUE(std::isnan(y.get(i))) << m.path;
     }
+}
+
+TEST(saxpy, an_infinite_factor_raises_no_flag)
+{
+    for (const member_set &m : members())
+        for (std::int64_t n = 1; n < 70; ++n) {
+            std::vector<float> x(70, 1.0f), y(70, 1.0f);
+            const std::int64_t one = 1;
+            std::feclearexcept(FE_ALL_EXCEPT);
+            m.saxpy(&n, &infinity, x.data(), &one, y.data(), &one);
+            EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << m.path << " n " << n;
+            EXPECT_EQ(y[0], infinity);
+        }
 }

@@ -2,6 +2,8 @@
 // SROT and SROTM, every member called by its own name, against the rotation element by element.
 #include "tests/vector/level1.h"
 
+#include <cfenv>
+
 using namespace level1;
 using tesh_test::guard;
 
@@ -150,4 +152,27 @@ TEST(srot, nan_in_one_pair_stays_there)
                 ASSERT_TRUE(x.holds()) << m.path;
                 ASSERT_TRUE(y.holds()) << m.path;
             }
+}
+
+TEST(srotm, an_infinite_entry_raises_no_flag)
+{
+    bool ran = false;
+    for (const member_set &m : members()) {
+        if (m.srotm == nullptr)
+            continue;
+        ran = true;
+        for (float flag : {-1.0f, 0.0f, 1.0f})
+            for (std::int64_t n = 1; n < 70; ++n) {
+                const float param[5] = {flag, infinity, infinity, infinity, infinity};
+                std::vector<float> x(70, 1.0f), y(70, 1.0f);
+                const std::int64_t one = 1;
+                std::feclearexcept(FE_ALL_EXCEPT);
+                m.srotm(&n, x.data(), &one, y.data(), &one, param);
+                EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << m.path << " n " << n << " flag " << flag;
+                EXPECT_EQ(x[0], infinity);
+                EXPECT_EQ(y[0], infinity);
+            }
+    }
+    if (!ran)
+        GTEST_SKIP() << "this path has no modified rotation";
 }

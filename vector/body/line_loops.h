@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Unit-stride loops of the paths with masks. Their operations have a member at(access, x, y) that loads a register of
-// elements at x and y, and stores the results, through one of the accesses below. Loads and stores are unaligned in form. The written vector y is brought to a register boundary first, because a store
-// that crosses a line costs more than a load that does.
+// elements at x and y, and stores the results, through one of the accesses below. Loads and stores are unaligned in
+// form. The written vector y is brought to a register boundary first, because a store that crosses a line costs more than
+// a load that does. Lanes that an access leaves out are loaded as zero; factors go through its keep, which makes them zero
+// there too, as an infinite factor would raise a flag.
 #pragma once
 #include "vector/body/element.h"
 
@@ -11,18 +13,21 @@ namespace
 template <class v> struct whole_access {
     typename v::reg load(const float *p) const { return v::load(p); }
     void store(float *p, typename v::reg x) const { v::store(p, x); }
+    typename v::reg keep(typename v::reg x) const { return x; }
 };
 // The lanes of a mask.
 template <class v> struct masked_access {
     typename v::mask lanes;
     typename v::reg load(const float *p) const { return v::load(p, lanes); }
     void store(float *p, typename v::reg x) const { v::store(p, x, lanes); }
+    typename v::reg keep(typename v::reg x) const { return v::keep(x, lanes); }
 };
 // The lower half of a register of 16. A load that follows a store under a mask waits until the store is through; behind
 // this one it does not, and a rest of just 8 is frequent.
 template <class v> struct half_access {
     typename v::reg load(const float *p) const { return v::load_half(p); }
     void store(float *p, typename v::reg x) const { v::store_half(p, x); }
+    typename v::reg keep(typename v::reg x) const { return v::keep_half(x); }
 };
 
 // Up to y's next register boundary, with one masked operation.

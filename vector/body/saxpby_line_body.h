@@ -16,7 +16,7 @@ template <class v> struct axpby_line_op {
     typename v::reg alpha, beta;
     template <class access> void at(const access &a, const float *x, float *y) const
     {
-        a.store(y, v::mul_add(alpha, a.load(x), v::mul(beta, a.load(y))));
+        a.store(y, v::mul_add(a.keep(alpha), a.load(x), v::mul(a.keep(beta), a.load(y))));
     }
 };
 

@@ -14,7 +14,7 @@ template <class v> struct axpy_line_op {
     typename v::reg alpha;
     template <class access> void at(const access &a, const float *x, float *y) const
     {
-        a.store(y, v::mul_add(alpha, a.load(x), a.load(y)));
+        a.store(y, v::mul_add(a.keep(alpha), a.load(x), a.load(y)));
     }
 };
 

@@ -14,7 +14,7 @@ template <class v> struct scale_line_op {
     typename v::reg alpha;
     template <class access> void at(const access &a, const float *x, float *y) const
     {
-        a.store(y, v::mul(alpha, a.load(x)));
+        a.store(y, v::mul(a.keep(alpha), a.load(x)));
     }
 };
 } // namespace

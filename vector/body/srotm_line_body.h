@@ -32,18 +32,18 @@ template <rotation form> struct rotate_single {
 template <class v, rotation form> struct rotate_line_op {
     typename v::reg h11, h21, h12, h22;
     // The new x into x, the new y into y.
-    void turn(typename v::reg &x, typename v::reg &y) const
+    template <class access> void turn(const access &a, typename v::reg &x, typename v::reg &y) const
     {
         const typename v::reg old = x;
         if constexpr (form == rotation::full) {
-            x = v::mul_add(y, h12, v::mul(h11, old));
-            y = v::mul_add(h22, y, v::mul(h21, old));
+            x = v::mul_add(y, a.keep(h12), v::mul(a.keep(h11), old));
+            y = v::mul_add(a.keep(h22), y, v::mul(a.keep(h21), old));
         } else if constexpr (form == rotation::unit_diagonal) {
-            x = v::mul_add(y, h12, old);
-            y = v::mul_add(h21, old, y);
+            x = v::mul_add(y, a.keep(h12), old);
+            y = v::mul_add(a.keep(h21), old, y);
         } else {
-            x = v::mul_add(h11, old, y);
-            y = v::mul_sub(h22, y, old);
+            x = v::mul_add(a.keep(h11), old, y);
+            y = v::mul_sub(a.keep(h22), y, old);
         }
     }
     template <class access> void at(const access &a, float *x, float *y) const
@@ -51,7 +51,7 @@ template <class v, rotation form> struct rotate_line_op {
         typename v::reg x_v = a.load(x), y_v = a.load(y);
         // Each is used twice: kept from being loaded once for each use.
         __asm__("" : "+x"(x_v), "+x"(y_v));
-        turn(x_v, y_v);
+        turn(a, x_v, y_v);
         a.store(x, x_v);
         a.store(y, y_v);
     }

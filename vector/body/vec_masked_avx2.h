@@ -25,10 +25,7 @@ struct masked_avx2 : vec_avx2 {
     }
     using vec_avx2::mul_add;
     // Lanes outside the mask multiply zero by zero: no flag is raised there by an infinite factor.
-    static inline reg mul_add(reg x, reg y, reg z, mask m)
-    {
-        return _mm256_fmadd_ps(x, _mm256_and_ps(y, _mm256_castsi256_ps(m)), z);
-    }
+    static inline reg mul_add(reg x, reg y, reg z, mask m) { return _mm256_fmadd_ps(x, keep(y, m), z); }
     static inline float sum(reg x)
     {
         const __m128 quarters = _mm_add_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
