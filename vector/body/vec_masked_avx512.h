@@ -62,7 +62,7 @@ struct stride_64 {
     {
         const __m512i lane = _mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7);
         low = _mm512_mullo_epi64(lane, _mm512_set1_epi64(increment));
-        high = _mm512_add_epi64(low, _mm512_set1_epi64(8 * increment));
+        high = _mm512_add_epi64(low, _mm512_slli_epi64(_mm512_set1_epi64(increment), 3));
     }
     inline __m512 load(const float *p) const { return load(p, 0xffff); }
     inline void store(float *p, __m512 x) const { store(p, x, 0xffff); }
