@@ -167,6 +167,27 @@ TEST_P(xsgemm_strict, small_shapes_are_right_through_the_packed_road)
                 }
 }
 
+// Columns that lie more than 2^31 elements apart.
+TEST_P(xsgemm_strict, offsets_beyond_32_bits)
+{
+    gemm_shape s{'N', 'N', 5, 3, 2, 1.0f, 1.0f};
+    s.pad_a = s.pad_b = s.pad_c = (INT64_C(1) << 31) + 3;
+    const std::int64_t lda = s.lda(), ldb = s.ldb(), ldc = s.ldc();
+    tesh_test::guarded_array<float> a(tesh_test::extent(s.m, s.k, lda)), b(tesh_test::extent(s.k, s.n, ldb)),
+        c(tesh_test::extent(s.m, s.n, ldc));
+    for (std::int64_t l = 0; l < s.k; ++l)
+        for (std::int64_t i = 0; i < s.m; ++i)
+            a[static_cast<std::size_t>(i + l * lda)] = static_cast<float>(1 + i + 10 * l);
+    for (std::int64_t j = 0; j < s.n; ++j)
+        for (std::int64_t l = 0; l < s.k; ++l)
+            b[static_cast<std::size_t>(l + j * ldb)] = static_cast<float>(2 + l + 7 * j);
+    routine(&s.transa, &s.transb, &s.m, &s.n, &s.k, &s.alpha, a.data(), &lda, b.data(), &ldb, &s.beta, c.data(), &ldc);
+    for (std::int64_t j = 0; j < s.n; ++j)
+        for (std::int64_t i = 0; i < s.m; ++i)
+            EXPECT_EQ(c[static_cast<std::size_t>(i + j * ldc)],
+                      static_cast<float>((1 + i) * (2 + 7 * j) + (11 + i) * (3 + 7 * j)));
+}
+
 // Rows r .. r+count-1 computed alone have the bits that they have in the whole product.
 TEST_P(xsgemm_strict, bits_of_a_row_do_not_depend_on_its_place_or_on_m)
 {
