@@ -88,8 +88,8 @@ struct nocopy_avx2 {
     {
         int64_t i = 0;
         for (; m >= 16; i += 16, m -= 16, c += 16)
-            row_tile<whole_rows<lanes<8>, 2>, b_transposed, form>(source::in_place ? m : 16, n, k, alpha, s.tile(i, 16),
-                                                                  s.depth_stride, b, ldb, beta, c, ldc);
+            all_columns<whole_rows<lanes<8>, 2>, b_transposed, form>(
+                source::in_place ? m : 16, n, k, alpha, s.tile(i, 16), s.depth_stride, b, ldb, beta, c, ldc);
         if (m == 0)
             return;
         const float *a = s.tile(i, m);

@@ -143,25 +143,31 @@ struct nocopy_avx512 {
         for (int64_t i = 0; i < m;) {
             const int64_t left = m - i;
             const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
-            (rows > 32   ? row_tile<masked_rows<3>, b_transposed, form>
-             : rows > 16 ? row_tile<masked_rows<2>, b_transposed, form>
-                         : row_tile<masked_rows<1>, b_transposed, form>)(source::in_place ? left : rows, n, k, alpha,
-                                                                         s.tile(i, rows), s.depth_stride, b, ldb, beta,
-                                                                         c + i, ldc);
+            (rows > 32   ? all_columns<masked_rows<3>, b_transposed, form>
+             : rows > 16 ? all_columns<masked_rows<2>, b_transposed, form>
+                         : all_columns<masked_rows<1>, b_transposed, form>)(source::in_place ? left : rows, n, k, alpha,
+                                                                            s.tile(i, rows), s.depth_stride, b, ldb,
+                                                                            beta, c + i, ldc);
             i += rows;
         }
+    }
+    template <bool b_transposed, beta_form form>
+    [[gnu::noinline]] static void many_rows(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                            int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
+                                            int64_t ldc)
+    {
+        row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
     }
     template <bool b_transposed, beta_form form>
     [[gnu::always_inline]] static inline void rows_where_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,
                                                                   const float *a, int64_t lda, const float *b,
                                                                   int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
-        if (m <= 16)
-            return m > 0 ? row_tile<masked_rows<1>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc)
-                         : void();
-        if (m <= 32)
+        if (m > 32 || m < 1)
+            return many_rows<b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+        if (m > 16)
             return row_tile<masked_rows<2>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-        row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
+        return row_tile<masked_rows<1>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
     }
 };
 } // namespace

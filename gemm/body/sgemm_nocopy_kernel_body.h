@@ -96,14 +96,15 @@ template <int tile_n> struct b_fetch<tile_n, true> {
     inline void group() {}
 };
 
-// cols columns of a row tile. rows loads, accumulates and stores its registers, and fetches the next row tile's.
+// cols columns of a row tile; a_depth is the stride of a step. rows loads, accumulates and stores its registers, and
+// fetches the next row tile's.
 template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
 [[gnu::always_inline]] inline void nocopy_tile(const rows &r, int64_t k, float alpha, const float *a, int64_t a_depth,
-                                               const float *b, int64_t ldb, float beta, float *c, int64_t ldc)
+                                               const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     using v = typename rows::v;
     constexpr int vecs = rows::vecs;
-    // What a tile derives from these is worked out in the tile: in front of the column loop it would only be spilled.
+    // What a tile derives from these is worked out in the tile: in front of a column loop it would only be spilled.
     __asm__ volatile("" : "+r"(k), "+r"(a_depth), "+r"(ldb), "+r"(ldc));
     typename v::reg acc[cols][vecs];
 #pragma GCC unroll 8
@@ -163,59 +164,71 @@ template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
             } else {
                 typename v::reg sum = r.load(c, i);
                 if constexpr (form == beta_form::other)
-                    sum = v::mul(v::set1(beta), sum);
+                    sum = v::mul(v::set1(*beta), sum);
                 v::accumulate(sum, factor, acc[j][i]);
                 r.store(c, i, sum);
             }
         }
 }
 
-template <int n> struct constant {
-    static constexpr int value = n;
-};
-
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
 
-// One row tile, the first of m rows, against all columns; a_depth is the stride of a step. Each count of rest columns is
-// a branch of its own.
+// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump.
+template <class rows, int cols, bool b_transposed, beta_form form>
+[[gnu::noinline]] void single_tile(int64_t m, int64_t, int64_t k, const float *alpha, const float *a, int64_t a_depth,
+                                   const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+{
+    nocopy_tile<rows, cols, false, b_transposed, form>(rows(m), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+}
+
+// One row tile against the last columns, tile_n at most: each count of them has code of its own.
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::noinline]] void row_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
-                                const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::always_inline]] inline void last_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                int64_t a_depth, const float *b, int64_t ldb, const float *beta,
+                                                float *c, int64_t ldc)
+{
+    constexpr int most = rows::tile_n;
+    static constexpr tesh_blas_sgemm_kernel_nocopy_fn *tiles[] = {
+        single_tile<rows, 1, b_transposed, form>,
+        single_tile<rows, 2, b_transposed, form>,
+        single_tile<rows, 3, b_transposed, form>,
+        single_tile<rows, 4, b_transposed, form>,
+        single_tile<rows, 5, b_transposed, form>,
+        single_tile<rows, 6, b_transposed, form>,
+        single_tile < rows,
+        most < 7 ? most : 7,
+        b_transposed,
+        form >
+        , single_tile < rows, most < 8 ? most : 8, b_transposed, form >,
+    };
+    return tiles[n - 1](m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+}
+
+// One row tile, the first of m rows, against all columns.
+template <class rows, bool b_transposed, beta_form form>
+[[gnu::noinline]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
+                                   const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     constexpr int tile_n = rows::tile_n;
     const rows r(m);
-    const float alpha_value = *alpha, beta_value = form == beta_form::other ? *beta : 0.0f;
     const int64_t b_column = b_transposed ? 1 : ldb;
-    const auto tile = [&](auto columns, auto fetches) __attribute__((always_inline))
-    {
-        if constexpr (columns.value <= tile_n)
-            nocopy_tile<rows, columns.value, fetches.value != 0, b_transposed, form>(r, k, alpha_value, a, a_depth, b,
-                                                                                     ldb, beta_value, c, ldc);
-    };
     // A block that the first-level cache holds needs no fetching.
     if (max_of(m, n) * k > fetched_elements)
         for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
-            tile(constant<tile_n>(), constant<1>());
+            nocopy_tile<rows, tile_n, true, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
     for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
-        tile(constant<tile_n>(), constant<0>());
-    switch (n) {
-    case 7:
-        return tile(constant<7>(), constant<0>());
-    case 6:
-        return tile(constant<6>(), constant<0>());
-    case 5:
-        return tile(constant<5>(), constant<0>());
-    case 4:
-        return tile(constant<4>(), constant<0>());
-    case 3:
-        return tile(constant<3>(), constant<0>());
-    case 2:
-        return tile(constant<2>(), constant<0>());
-    case 1:
-        return tile(constant<1>(), constant<0>());
-    default:
-        return;
-    }
+        nocopy_tile<rows, tile_n, false, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+    if (n > 0)
+        last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+}
+template <class rows, bool b_transposed, beta_form form>
+[[gnu::always_inline]] inline void row_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                            int64_t a_depth, const float *b, int64_t ldb, const float *beta, float *c,
+                                            int64_t ldc)
+{
+    if (n > rows::tile_n || n < 1)
+        return all_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+    return last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
 
 // The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are addressed by
