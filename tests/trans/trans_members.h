@@ -189,7 +189,7 @@ inline void reference_copy(const copy_case &c, const float *source, float *targe
 // The first element that differs in its bits, or count; two NaN agree where nan_payloads is false.
 inline size_t first_difference(const float *x, const float *y, size_t count, bool nan_payloads = true)
 {
-    if (std::memcmp(x, y, count * sizeof *x) == 0)
+    if (count == 0 || std::memcmp(x, y, count * sizeof *x) == 0)
         return count;
     for (size_t k = 0; k < count; ++k)
         if (std::memcmp(x + k, y + k, sizeof *x) != 0 && (nan_payloads || x[k] == x[k] || y[k] == y[k]))

@@ -95,7 +95,7 @@ void somatcopy2_t_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uin
         n_outer -= leading;
     }
     const bool stream = bypasses_caches(n_outer, n_inner, b, ldb);
-    if (direct) {
+    if (direct || (n_outer <= team_least && n_inner <= panel_columns_narrow)) { // no order to keep, or one team
         xomatcopy_blk_t_one_transpose_kernel_by_src_rows<moves>(n_outer, n_inner, a, lda, b, ldb, stream);
         return;
     }

@@ -12,9 +12,8 @@ namespace
 constexpr uint64_t square_tile = 16;                  // [elements]
 constexpr uint64_t square_large_above_bytes = 262144; // [bytes] of the square, above which pairs go in shells
 
-constexpr uint64_t square_ahead = 4;      // [tiles] of prefetch
-constexpr uint64_t square_aliased = 1024; // [elements] of a page: lines at multiples of it share cache sets
-constexpr uint64_t square_aliased_least_bytes = uint64_t(12) << 20, square_least_bytes = uint64_t(24) << 20;
+constexpr uint64_t square_ahead = 6;                                 // [tiles] of prefetch
+constexpr uint64_t square_prefetch_least_bytes = uint64_t(12) << 20; // [bytes] of the square; it costs below
 
 inline void exchange(float *x, float *y)
 {
@@ -137,7 +136,8 @@ template <class t> struct square_tiles {
     }
 
 private:
-    void fetch(uint64_t i, uint64_t j) const
+    // Inlined by force: GCC deletes calls of a function that does nothing but prefetch.
+    [[gnu::always_inline]] void fetch(uint64_t i, uint64_t j) const
     {
         const uintptr_t first = reinterpret_cast<uintptr_t>(a) + sizeof *a * square_tile * (i * lda + j);
 #pragma GCC unroll 16
@@ -145,12 +145,6 @@ private:
             _mm_prefetch(reinterpret_cast<const char *>(first + line * lda * sizeof *a), _MM_HINT_T1);
     }
 };
-
-// Whether the square is so large, or its lines meet in so few cache sets, that the processor's own prefetchers fail.
-inline bool needs_prefetch(uint64_t n, uint64_t lda)
-{
-    return n * n * sizeof(float) >= (lda % square_aliased == 0 ? square_aliased_least_bytes : square_least_bytes);
-}
 
 template <class t> void ssqtrans_fit_64_body(float *a, uint64_t n, uint64_t lda)
 {
@@ -161,7 +155,7 @@ template <class t> void ssqtrans_fit_64_body(float *a, uint64_t n, uint64_t lda)
         square.transpose(k);
     if (n * n * sizeof *a > square_large_above_bytes) {
         trans_took(trans_route_fit_64_large);
-        if (needs_prefetch(n, lda))
+        if (n * n * sizeof *a >= square_prefetch_least_bytes)
             square.template swap_shells<square_ahead>(tiles);
         else
             square.template swap_shells<0>(tiles);
