@@ -25,6 +25,7 @@ template <class v_, int vecs_> struct whole_rows {
     }
     inline typename v::reg load(const float *x, int i) const { return v::load(x + i * v::width); }
     inline void store(float *x, int i, typename v::reg value) const { v::store(x + i * v::width, value); }
+    inline typename v::reg factor(float x, int) const { return v::set1(x); }
     inline void accumulate(typename v::reg (&z)[vecs], const typename v::reg (&x)[vecs], const float *y) const
     {
         const typename v::reg element = v::broadcast(y);

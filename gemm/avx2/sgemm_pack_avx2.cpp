@@ -17,25 +17,25 @@ template <> struct transposer<v, 4> {
         __m256 x[4];
 #pragma GCC unroll 4
         for (int c = 0; c < 4; ++c)
-            x[c] = s.template apply<v>(whole ? v::load(source + c * ld) : v::load(source + c * ld, valid));
+            x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
         // y[q] holds steps q and q + 4.
         const __m256 t0 = _mm256_unpacklo_ps(x[0], x[1]), t1 = _mm256_unpackhi_ps(x[0], x[1]);
         const __m256 t2 = _mm256_unpacklo_ps(x[2], x[3]), t3 = _mm256_unpackhi_ps(x[2], x[3]);
         const __m256 y[4] = {_mm256_shuffle_ps(t0, t2, 0x44), _mm256_shuffle_ps(t0, t2, 0xee),
                              _mm256_shuffle_ps(t1, t3, 0x44), _mm256_shuffle_ps(t1, t3, 0xee)};
-        store<whole>(panel, 0, valid_steps, _mm256_permute2f128_ps(y[0], y[1], 0x20));
-        store<whole>(panel, 2, valid_steps, _mm256_permute2f128_ps(y[2], y[3], 0x20));
-        store<whole>(panel, 4, valid_steps, _mm256_permute2f128_ps(y[0], y[1], 0x31));
-        store<whole>(panel, 6, valid_steps, _mm256_permute2f128_ps(y[2], y[3], 0x31));
+        store<whole>(s, panel, 0, valid_steps, _mm256_permute2f128_ps(y[0], y[1], 0x20));
+        store<whole>(s, panel, 2, valid_steps, _mm256_permute2f128_ps(y[2], y[3], 0x20));
+        store<whole>(s, panel, 4, valid_steps, _mm256_permute2f128_ps(y[0], y[1], 0x31));
+        store<whole>(s, panel, 6, valid_steps, _mm256_permute2f128_ps(y[2], y[3], 0x31));
     }
 
     // Steps l and l + 1, as far as they are valid.
-    template <bool whole> static inline void store(float *panel, int l, int valid_steps, __m256 x)
+    template <bool whole, class scale> static inline void store(scale s, float *panel, int l, int valid_steps, __m256 x)
     {
         if (whole || l + 1 < valid_steps)
-            v::store(panel + l * 4, x);
+            v::store(panel + l * 4, s.template apply<v>(x));
         else if (l < valid_steps)
-            _mm_storeu_ps(panel + l * 4, _mm256_castps256_ps128(x));
+            lanes<4>::store(panel + l * 4, s.template apply<lanes<4>>(v::low(x)));
     }
 };
 } // namespace

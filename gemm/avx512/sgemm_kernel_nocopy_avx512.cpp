@@ -12,7 +12,8 @@
 
 namespace
 {
-// The first of m rows in vecs_ registers, the last one partly filled. Lanes beyond raise no flag: sums are masked as well.
+// The first of m rows in vecs_ registers, the last one partly filled. Lanes beyond raise no flag: sums and factors are
+// masked as well.
 template <int vecs_> struct masked_rows {
     using v = lanes<16>;
     static constexpr int vecs = vecs_, tile_n = 8;
@@ -41,6 +42,10 @@ template <int vecs_> struct masked_rows {
             v::store(x + i * 16, value);
         else
             v::store(x + i * 16, value, last);
+    }
+    inline __m512 factor(float x, int i) const
+    {
+        return i < vecs - 1 ? v::set1(x) : v::keep(v::set1(x), last);
     }
     // z += x * *y.
     inline void accumulate(__m512 (&z)[vecs], const __m512 (&x)[vecs], const float *y) const

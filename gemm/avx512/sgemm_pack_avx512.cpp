@@ -36,7 +36,7 @@ template <> struct transpose_block<16> {
         __m512 x[16], y[16];
 #pragma GCC unroll 16
         for (int c = 0; c < 16; ++c)
-            x[c] = s.template apply<v>(whole ? v::load(source + c * ld) : v::load(source + c * ld, valid));
+            x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
             // y[4*g + q]: in quarter r, step 4*r + q of streams 4*g .. 4*g + 3.
 #pragma GCC unroll 4
         for (int c = 0; c < 16; c += 4) {
@@ -55,13 +55,13 @@ template <> struct transpose_block<16> {
             const __m512 low2 = quarters<0x44>(y[8 + q], y[12 + q]);
             const __m512 high2 = quarters<0xee>(y[8 + q], y[12 + q]);
             if (whole || q < steps)
-                v::store(panel + q * w, quarters<0x88>(low, low2));
+                v::store(panel + q * w, s.template apply<v>(quarters<0x88>(low, low2)));
             if (whole || q + 4 < steps)
-                v::store(panel + (q + 4) * w, quarters<0xdd>(low, low2));
+                v::store(panel + (q + 4) * w, s.template apply<v>(quarters<0xdd>(low, low2)));
             if (whole || q + 8 < steps)
-                v::store(panel + (q + 8) * w, quarters<0x88>(high, high2));
+                v::store(panel + (q + 8) * w, s.template apply<v>(quarters<0x88>(high, high2)));
             if (whole || q + 12 < steps)
-                v::store(panel + (q + 12) * w, quarters<0xdd>(high, high2));
+                v::store(panel + (q + 12) * w, s.template apply<v>(quarters<0xdd>(high, high2)));
         }
     }
 };
@@ -76,7 +76,7 @@ template <> struct transposer<v, 8> {
         __m512 x[8], y[8];
 #pragma GCC unroll 8
         for (int c = 0; c < 8; ++c)
-            x[c] = s.template apply<v>(whole ? v::load(source + c * ld) : v::load(source + c * ld, valid));
+            x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
             // y[q] holds in quarter r step 4*r + q of streams 0-3, y[q + 4] the same of streams 4-7.
 #pragma GCC unroll 2
         for (int c = 0; c < 8; c += 4) {
@@ -92,20 +92,20 @@ template <> struct transposer<v, 8> {
             // Quarters (0, 1) and (2, 3) of the streams 0-3 and 4-7 of step q, then with those of step q + 1.
             const __m512 low = quarters<0x44>(y[q], y[q + 4]), high = quarters<0xee>(y[q], y[q + 4]);
             const __m512 low1 = quarters<0x44>(y[q + 1], y[q + 5]), high1 = quarters<0xee>(y[q + 1], y[q + 5]);
-            store<whole>(panel, q, valid_steps, quarters<0x88>(low, low1));
-            store<whole>(panel, 4 + q, valid_steps, quarters<0xdd>(low, low1));
-            store<whole>(panel, 8 + q, valid_steps, quarters<0x88>(high, high1));
-            store<whole>(panel, 12 + q, valid_steps, quarters<0xdd>(high, high1));
+            store<whole>(s, panel, q, valid_steps, quarters<0x88>(low, low1));
+            store<whole>(s, panel, 4 + q, valid_steps, quarters<0xdd>(low, low1));
+            store<whole>(s, panel, 8 + q, valid_steps, quarters<0x88>(high, high1));
+            store<whole>(s, panel, 12 + q, valid_steps, quarters<0xdd>(high, high1));
         }
     }
 
     // Steps l and l + 1, as far as they are valid.
-    template <bool whole> static inline void store(float *panel, int l, int valid_steps, __m512 x)
+    template <bool whole, class scale> static inline void store(scale s, float *panel, int l, int valid_steps, __m512 x)
     {
         if (whole || l + 1 < valid_steps)
-            v::store(panel + l * 8, x);
+            v::store(panel + l * 8, s.template apply<v>(x));
         else if (l < valid_steps)
-            v::store(panel + l * 8, x, 0xff);
+            lanes<8>::store(panel + l * 8, s.template apply<lanes<8>>(v::low(x)));
     }
 };
 } // namespace

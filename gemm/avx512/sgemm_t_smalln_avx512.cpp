@@ -100,8 +100,10 @@ template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64
 #pragma GCC unroll 4
             for (int r = 0; r < rows; ++r)
                 acc[0][j][r] = v::add(acc[0][j][r], acc[s][j][r]);
-    const __m128 alpha = _mm_set1_ps(x.alpha), beta = _mm_set1_ps(x.beta);
     constexpr __mmask8 valid = (1 << rows) - 1;
+    // Zero in the lanes of no row, where an infinite factor would raise a flag.
+    const __m128 alpha = _mm_maskz_mov_ps(valid, _mm_set1_ps(x.alpha)),
+                 beta = _mm_maskz_mov_ps(valid, _mm_set1_ps(x.beta));
 #pragma GCC unroll 3
     for (int j = 0; j < cols; ++j) {
         float *c = x.c + i + j * x.ldc;

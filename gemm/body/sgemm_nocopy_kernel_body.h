@@ -154,18 +154,17 @@ template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
                     r.store(c, i, acc[j][i]);
             return;
         }
-    const typename v::reg factor = v::set1(alpha);
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j, c += ldc)
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i) {
             if constexpr (form == beta_form::zero) {
-                r.store(c, i, v::mul(factor, acc[j][i]));
+                r.store(c, i, v::mul(r.factor(alpha, i), acc[j][i]));
             } else {
                 typename v::reg sum = r.load(c, i);
                 if constexpr (form == beta_form::other)
-                    sum = v::mul(v::set1(*beta), sum);
-                v::accumulate(sum, factor, acc[j][i]);
+                    sum = v::mul(r.factor(*beta, i), sum);
+                v::accumulate(sum, r.factor(alpha, i), acc[j][i]);
                 r.store(c, i, sum);
             }
         }

@@ -80,7 +80,8 @@ template <class v, int w, int panels, class scale>
 }
 
 // ---- right --------------------------------------------------------------------------------------------------------
-// transpose_block<g>: g streams of g steps each, steps of them valid, stored as steps of w floats.
+// transpose_block<g>: g streams of g steps each, steps of them valid, stored as steps of w floats. What is stored is
+// scaled, not what was loaded: the zeros of a masked load would raise a flag with an infinite scale.
 template <int g> struct transpose_block;
 
 template <> struct transpose_block<1> {
@@ -111,16 +112,16 @@ template <> struct transpose_block<4> {
         __m128 x[4];
 #pragma GCC unroll 4
         for (int c = 0; c < 4; ++c)
-            x[c] = s.template apply<v>(whole ? v::load(source + c * ld) : _mm_maskload_ps(source + c * ld, valid));
+            x[c] = whole ? v::load(source + c * ld) : _mm_maskload_ps(source + c * ld, valid);
         const __m128 t0 = _mm_unpacklo_ps(x[0], x[1]), t1 = _mm_unpackhi_ps(x[0], x[1]);
         const __m128 t2 = _mm_unpacklo_ps(x[2], x[3]), t3 = _mm_unpackhi_ps(x[2], x[3]);
-        v::store(panel, _mm_movelh_ps(t0, t2));
+        v::store(panel, s.template apply<v>(_mm_movelh_ps(t0, t2)));
         if (whole || steps > 1)
-            v::store(panel + w, _mm_movehl_ps(t2, t0));
+            v::store(panel + w, s.template apply<v>(_mm_movehl_ps(t2, t0)));
         if (whole || steps > 2)
-            v::store(panel + 2 * w, _mm_movelh_ps(t1, t3));
+            v::store(panel + 2 * w, s.template apply<v>(_mm_movelh_ps(t1, t3)));
         if (whole || steps > 3)
-            v::store(panel + 3 * w, _mm_movehl_ps(t3, t1));
+            v::store(panel + 3 * w, s.template apply<v>(_mm_movehl_ps(t3, t1)));
     }
 };
 
@@ -133,7 +134,7 @@ template <> struct transpose_block<8> {
         __m256 x[8], y[8];
 #pragma GCC unroll 8
         for (int c = 0; c < 8; ++c)
-            x[c] = s.template apply<v>(whole ? v::load(source + c * ld) : v::load(source + c * ld, valid));
+            x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
             // Pairs of streams, then fours: y[q] holds steps q and q + 4 of streams 0-3, y[q + 4] those of streams 4-7.
 #pragma GCC unroll 2
         for (int c = 0; c < 8; c += 4) {
@@ -147,11 +148,11 @@ template <> struct transpose_block<8> {
 #pragma GCC unroll 4
         for (int q = 0; q < 4; ++q)
             if (whole || q < steps)
-                v::store(panel + q * w, _mm256_permute2f128_ps(y[q], y[q + 4], 0x20));
+                v::store(panel + q * w, s.template apply<v>(_mm256_permute2f128_ps(y[q], y[q + 4], 0x20)));
 #pragma GCC unroll 4
         for (int q = 0; q < 4; ++q)
             if (whole || q + 4 < steps)
-                v::store(panel + (q + 4) * w, _mm256_permute2f128_ps(y[q], y[q + 4], 0x31));
+                v::store(panel + (q + 4) * w, s.template apply<v>(_mm256_permute2f128_ps(y[q], y[q + 4], 0x31)));
     }
 };
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The path routines of avx2 and avx512 against a double reference, and the bits of the reproducible mode.
+#include <cfenv>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -56,6 +57,32 @@ protected:
         return s;
     }
 };
+
+// What lies in a register beside the rows, columns and steps of an operand raises no flag against an infinite factor.
+TEST_P(xsgemm_wide, an_infinite_factor_raises_no_flag)
+{
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            for (const std::int64_t m : {1, 2, 3, 5, 7, 9, 13, 17, 23, 31, 33, 47, 65, 131}) {
+                for (const std::int64_t n : {1, 2, 3, 5, 7, 9, 13, 33, 131}) {
+                    for (const std::int64_t k : {1, 2, 3, 5, 13, 65, 300}) {
+                        for (const bool in_alpha : {true, false}) {
+                            gemm_operands x(
+                                {transa, transb, m, n, k, in_alpha ? INFINITY : 1.0f, in_alpha ? 2.0f : INFINITY});
+                            std::fill(x.a.begin(), x.a.end(), 1.0f);
+                            std::fill(x.b.begin(), x.b.end(), 1.0f);
+                            std::fill(x.c.begin(), x.c.end(), 1.0f);
+                            std::feclearexcept(FE_ALL_EXCEPT);
+                            x.run(routine);
+                            ASSERT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << x.shape.name();
+                            ASSERT_EQ(x.c[x.c.size() - 1], INFINITY) << x.shape.name();
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
 
 TEST_P(xsgemm_wide, shapes_around_the_tile_and_the_thresholds)
 {
