@@ -172,12 +172,12 @@ template <class p>
         p::pst(transa, transb, m, n, k, &r.op.alpha, a, lda, b, ldb, &r.op.beta, c, ldc);
 }
 
-// Sizes up to here make one block of the no-copy driver. Of a product that small the records would be a good part of the
+// Sizes up to 32 make one block of the no-copy driver. Of a product that small the records would be a good part of the
 // time: its kernel is called without them, and the roads that such sizes do not meet are not asked for.
-constexpr uint64_t tiny_most = 31;
+constexpr int tiny_bits = 5;
 [[gnu::always_inline]] inline bool is_tiny(int64_t m, int64_t n, int64_t k, float alpha)
 {
-    return static_cast<uint64_t>(m | n | k) <= tiny_most && k > 0 && alpha != 0.0f;
+    return static_cast<uint64_t>((m - 1) | (n - 1) | (k - 1)) >> tiny_bits == 0 && alpha != 0.0f; // 1 to 32 each
 }
 
 // With A and B read where they lie the driver slot holds the no-copy driver, which reads neither strategy nor info: none

@@ -105,6 +105,28 @@ TEST_P(sgemm_kernel_nocopy, badly_lying_a_on_both_sides_of_the_column_limit)
                 }
 }
 
+// Columns of A a multiple of a page apart meet in the same sets of the cache, and are copied as well.
+TEST_P(sgemm_kernel_nocopy, columns_of_a_pages_apart)
+{
+    for (const std::int64_t m : {std::int64_t{5}, p.tile_m + 1})
+        for (int transposition = 0; transposition < 4; ++transposition) {
+            const std::int64_t k = 9;
+            gemm_shape s = shape(m, p.whole_columns + 1, k);
+            s.pad_a = 1024 - (transposition & 2 ? k : m);
+            if (!check(s, transposition, static_cast<int>(m % 3)))
+                return;
+        }
+}
+
+// Blocks large enough for their next columns and rows to be fetched ahead: at the end that asks for what is not there.
+TEST_P(sgemm_kernel_nocopy, fetching_ahead_leaves_no_trace)
+{
+    for (int transposition = 0; transposition < 4; ++transposition)
+        for (const std::int64_t m : {p.tile_m - 1, 2 * p.tile_m + 16, 5 * p.tile_m + 3})
+            if (!check(shape(m, 4 * p.tile_n + 1, 131, 1), transposition, static_cast<int>(m % 3)))
+                return;
+}
+
 TEST_P(sgemm_kernel_nocopy, operands_of_any_alignment)
 {
     for (std::size_t shift = 0; shift < 64; shift += 4) {

@@ -78,6 +78,18 @@ TEST_F(sgemm_t_smalln, gaps_and_alignments)
     }
 }
 
+// More rows than one run holds: every run and every width finds its place.
+TEST_F(sgemm_t_smalln, many_rows_in_runs)
+{
+    for (const std::int64_t k : {400, 20000})
+        for (const std::int64_t n : {2, 7}) {
+            gemm_shape s = dots(k == 400 ? 331 : 11, n, k, 1.0f);
+            s.pad_c = 2;
+            if (!check(s))
+                return;
+        }
+}
+
 // The last steps of the depth are masked in the sums as well.
 TEST_F(sgemm_t_smalln, infinity_in_the_last_step_stays_in_its_row)
 {
