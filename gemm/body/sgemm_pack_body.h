@@ -63,11 +63,14 @@ template <class v, int w, int panels, class scale>
 {
     constexpr int across = w * panels;
     const int64_t next = w * depth; // from a panel to the one beside it
+    for (int g = 0; g < panels; ++g)
+        for (int i = 0; i < write_ahead; i += line)
+            fetch_write(panel + g * next + i);
     for (int64_t l = 0; l < depth; ++l, source += ld, panel += w) {
 #pragma GCC unroll 4
         for (int i = 0; i < across; i += line)
             fetch_read(source + ahead_steps * ld + i);
-#pragma GCC unroll 4
+#pragma GCC unroll 8
         for (int g = 0; g < panels; ++g) {
             if (w >= line || l % (line / w) == 0)
 #pragma GCC unroll 4
