@@ -96,6 +96,8 @@ template <int tile_n> struct b_fetch<tile_n, true> {
     inline void group() {}
 };
 
+constexpr int sums_in_flight = 8; // that keep two multipliers busy, of four cycles each
+
 // cols columns of a row tile; a_depth is the stride of a step. rows loads, accumulates and stores its registers, and
 // fetches the next row tile's.
 template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
@@ -114,7 +116,7 @@ template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
             acc[j][i] = v::zero();
 
     b_cursor<b_transposed> y(b, ldb);
-    const auto step = [&]() __attribute__((always_inline))
+    const auto step = [&](typename v::reg(&sums)[cols][vecs]) __attribute__((always_inline))
     {
         typename v::reg av[vecs];
 #pragma GCC unroll 4
@@ -122,28 +124,52 @@ template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
             av[i] = r.load(a, i);
 #pragma GCC unroll 8
         for (int j = 0; j < cols; ++j)
-            r.accumulate(acc[j], av, y.column(j));
+            r.accumulate(sums[j], av, y.column(j));
         a += a_depth;
         __asm__("" : "+r"(a));
         y.advance();
     };
     b_fetch<rows::tile_n, b_transposed> fetch(b, ldb);
-#pragma GCC unroll 1
-    for (; k >= 8; k -= 8) {
+    const auto eight_steps = [&](typename v::reg(&even)[cols][vecs], typename v::reg(&odd)[cols][vecs])
+        __attribute__((always_inline))
+    {
 #pragma GCC unroll 8
         for (int l = 0; l < 8; ++l) {
             if constexpr (fetches) {
                 fetch.step(l);
                 r.fetch_next_rows(a);
             }
-            step();
+            step(l % 2 == 0 ? even : odd);
         }
         if constexpr (fetches)
             fetch.group();
+    };
+    if constexpr (cols * vecs < sums_in_flight) {
+        // Too few sums to wait for each other: even and odd steps add up apart.
+        if (k >= 16) {
+            typename v::reg odd[cols][vecs];
+#pragma GCC unroll 8
+            for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+                for (int i = 0; i < vecs; ++i)
+                    odd[j][i] = v::zero();
+#pragma GCC unroll 1
+            for (; k >= 8; k -= 8)
+                eight_steps(acc, odd);
+#pragma GCC unroll 8
+            for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+                for (int i = 0; i < vecs; ++i)
+                    acc[j][i] = v::add(acc[j][i], odd[j][i]);
+        }
+    } else {
+#pragma GCC unroll 1
+        for (; k >= 8; k -= 8)
+            eight_steps(acc, acc);
     }
 #pragma GCC unroll 1
     for (; k > 0; --k)
-        step();
+        step(acc);
 
     if constexpr (form == beta_form::zero)
         if (alpha == 1.0f) { // a product with 1 changes nothing and takes the multipliers' time
