@@ -2,10 +2,10 @@
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
 // registers  full tile 16 x 6: 12 accumulators + 2 of A + 1 broadcast of B, 15 of 16
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step
-// loop       depth unrolled by 8, remainder by 1; tiles of fewer than 8 sums add even and odd steps apart from depth 16 on
+// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add even and odd steps apart
 // prefetch   the next tile's columns of B, every line once, and the next 16 rows of A; small blocks nothing
 // edges      rest rows by 8, then 4, 2, 1, each with registers of its width; a branch for each count of columns
-// measured   96 % of the multiply-add peak at 64 x 64 x 64, 96 % at 32 x 32 x 32 (bench/gemm/bench_sgemm.cpp --group small)
+// measured   96 % of the multiply-add peak at 32 x 32 x 32 and at 64 x 64 x 64, NN (bench_sgemm --group small)
 #include "gemm/avx2/sgemm_path_avx2.h"
 #include "gemm/body/sgemm_nocopy_kernel_body.h"
 #include "gemm/sgemm_paths.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := alpha*op(A)*op(B) + beta*C without packing: blocks of depth outside, rows next, columns inside, one kernel call a
-// block. The first depth block brings beta to C, the later ones add.
+// C := alpha*op(A)*op(B) + beta*C without packing: blocks of depth outside, rows next, columns inside, one kernel call
+// a block. The first depth block brings beta to C, the later ones add.
 //
 // p is the path (gemm/<path>/sgemm_nocopy_path_<path>.h):
 //   k_rule, n_rule   block sizes by class: 2 * (A transposed) + (B transposed)
@@ -11,8 +11,8 @@
 
 namespace
 {
-// How a rest of a dimension is cut: from whole_from on by block; below, from halve_from on, into two equal halves, so that
-// no sliver remains; else not at all. [elements]
+// How a rest of a dimension is cut: from whole_from on by block; below, from halve_from on, into two equal halves, so
+// that no sliver remains; else not at all. [elements]
 struct block_rule {
     int64_t whole_from, block, halve_from;
     inline int64_t next(int64_t rest) const

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := beta*C + alpha*op(A)*op(B) on one block, read where it lies: row tiles outside, column tiles inside, one register
-// tile of accumulators per pair. alpha comes in at the end of a tile.
+// C := beta*C + alpha*op(A)*op(B) on one block, read where it lies: row tiles outside, column tiles inside, one
+// register tile of accumulators per pair. alpha comes in at the end of a tile.
 //
 // Rows of a tile must be neighbours: A transposed, and A that lies badly for many column tiles, goes through a private
 // panel on the stack, one row tile at a time. A row tile takes the arguments of a kernel, so that a kernel with one row
@@ -58,8 +58,8 @@ template <> struct b_cursor<true> {
     }
 };
 
-// Fetches the next tile's columns of op(B) while a tile goes over its own: every line once, half of them in each group of
-// eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
+// Fetches the next tile's columns of op(B) while a tile goes over its own: every line once, half of them in each group
+// of eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
 template <int tile_n, bool transposed> struct b_fetch;
 // A line holds 16 steps of a column: half of the columns in one group, the others in the next.
 template <int tile_n> struct b_fetch<tile_n, false> {
@@ -256,8 +256,8 @@ template <class rows, bool b_transposed, beta_form form>
     return last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
 
-// The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are addressed by
-// four pointers and the stride; rows beyond a partial one repeat its last.
+// The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are addressed
+// by a pointer for four rows and the stride; rows beyond a partial one repeat its last.
 template <int count, bool whole> struct row_pointers {
     const float *row[count];
     inline row_pointers(const float *a, int64_t lda, int64_t rows)
@@ -310,8 +310,8 @@ template <class p, bool transposed> struct rows_in_panel {
     }
 };
 
-// The panel lies on a page boundary of the stack. It is touched from its upper end downwards, a page at a time, so that a
-// stack that is too short is met at its guard page.
+// The panel lies on a page boundary of the stack. It is touched from its upper end downwards, a page at a time, so that
+// a stack that is too short is met at its guard page.
 template <class p, bool a_transposed, bool b_transposed, beta_form form>
 [[gnu::noinline]] void product_by_panel(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
                                         int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
