@@ -202,8 +202,8 @@ TESH_API gemm_mscale_fn tesh_blas_avx512_sgemm_mscale_wrapper;
 TESH_API gemm_driver_fn tesh_blas_avx2_xsgemm_nocopy_driver;
 TESH_API gemm_driver_fn tesh_blas_avx512_xsgemm_nocopy_driver;
 
-// C := *beta * C + *alpha * op(A)*op(B) on one block, with A and B where they lie. The letters are the transpositions of A
-// and B; b0 takes beta for 0 and does not read C, b1 for 1; neither reads *beta. Leading dimensions are values.
+// C := *beta * C + *alpha * op(A)*op(B) on one block, with A and B where they lie. The letters are the transpositions
+// of A and B; b0 takes beta for 0 and does not read C, b1 for 1; neither reads *beta. Leading dimensions are values.
 typedef void tesh_blas_sgemm_kernel_nocopy_fn(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
                                               int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
                                               int64_t ldc);

@@ -77,7 +77,8 @@ inline __m512 side_by_side(__m256 low, __m256 high)
 }
 
 // Eight depth steps from l on, of 8 or 16 rows, into a panel of 48: fours of rows, two of them side by side in a
-// register, then quarters of registers. In this way an element takes a tenth of the time of a gathering load. Steps beyond valid come out as zeros: the panel has room for them.
+// register, then quarters of registers. In this way an element takes a tenth of the time of a gathering load. Steps
+// beyond valid come out as zeros: the panel has room for them.
 template <int rows, class pointers>
 [[gnu::always_inline]] inline void transpose_steps(const pointers &p, int64_t l, __mmask8 valid, float *panel)
 {

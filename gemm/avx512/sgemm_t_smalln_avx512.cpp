@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := alpha*A^T*B + beta*C with 2 to 15 columns and a depth that is long against them. Columns of A and B are contiguous
-// in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3 columns of C,
+// C := alpha*A^T*B + beta*C with 2 to 15 columns and a depth that is long against them. Columns of A and B are
+// contiguous in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3 columns of C,
 // one register of partial sums an element, added up at the end.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_avx512.h"
@@ -141,8 +141,8 @@ void sgemm_t_n23_b0(int64_t m, int64_t columns, int64_t k, const float *a, int64
 }
 } // namespace
 
-// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2. Every width goes over all of A,
-// so that rows come in runs which the second-level cache keeps from one width to the next.
+// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2. Every width goes over all of
+// A, so that rows come in runs which the second-level cache keeps from one width to the next.
 extern "C" void tesh_blas_avx512_sgemm_t_smalln(const char *, const char *, const int64_t *m, const int64_t *n,
                                                 const int64_t *k, const float *alpha, const float *a,
                                                 const int64_t *lda, const float *b, const int64_t *ldb,

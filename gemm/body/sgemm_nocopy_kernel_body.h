@@ -256,8 +256,8 @@ template <class rows, bool b_transposed, beta_form form>
     return last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
 
-// The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are addressed
-// by a pointer for four rows and the stride; rows beyond a partial one repeat its last.
+// The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are
+// addressed by a pointer for four rows and the stride; rows beyond a partial one repeat its last.
 template <int count, bool whole> struct row_pointers {
     const float *row[count];
     inline row_pointers(const float *a, int64_t lda, int64_t rows)
