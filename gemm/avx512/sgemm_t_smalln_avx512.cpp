@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := alpha*A^T*B + beta*C with 2 to 15 columns and a depth that is long against them. Columns of A and B are
-// contiguous in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3 columns of C,
-// one register of partial sums an element, added up at the end.
+// contiguous in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3
+// columns of C, one register of partial sums an element, added up at the end.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_avx512.h"
 #include "gemm/sgemm_paths.h"
