@@ -71,7 +71,7 @@ template <int columns>
         }
     };
 #pragma GCC unroll 1
-    while (i + 32 <= m)
+    while (i + 32 <= m) // NOLINT(bugprone-infinite-loop): add_registers moves i
         add_registers(4);
     if (i + 16 <= m)
         add_registers(2);
