@@ -11,7 +11,7 @@ set logscale x 2
 set yrange [0:peak]
 set key right bottom
 set grid
-mine(x) = (strcol(3) eq pair) ? x : NaN
-plot file using (mine($4)):(mine($11)) with linespoints lw 2 pt 7 ps 0.5 title "tesh", \
-     file using (mine($4)):(mine($11 / $14)) with linespoints lw 1 pt 6 ps 0.5 title columnhead(14)[7:*], \
-     file using (mine($4)):(mine($11 / $15)) with linespoints lw 1 pt 4 ps 0.5 title columnhead(15)[7:*]
+rows = sprintf("< awk -F, '$3 == \"%s\" && $4 == $5 && $5 == $6' %s | sort -t, -k4,4n", pair, file)
+plot rows using 4:11 with linespoints lw 2 pt 7 ps 0.5 title "tesh", \
+     rows using 4:($11 / $14) with linespoints lw 1 pt 6 ps 0.5 title "OpenBLAS", \
+     rows using 4:($11 / $15) with linespoints lw 1 pt 4 ps 0.5 title "BLIS"

@@ -10,7 +10,7 @@ set logscale x 2
 set yrange [0:1.2]
 set key right bottom
 set grid
-mine(x, trans) = (strcol(3) eq trans && strcol(7) eq "tesh" && $4 == $5) ? x : NaN
+rows(trans) = sprintf("< awk -F, '$3 == \"%s\" && $7 == \"tesh\" && $4 == $5' %s", trans, file)
 plot 1 with lines dt 2 lc rgb "grey" notitle, \
-     file using (mine($4, "N")):(mine($14, "N")) with linespoints pt 7 ps 0.5 title "N", \
-     file using (mine($4, "T")):(mine($14, "T")) with linespoints pt 5 ps 0.5 title "T"
+     rows("N") using 4:14 with linespoints pt 7 ps 0.5 title "N", \
+     rows("T") using 4:14 with linespoints pt 5 ps 0.5 title "T"

@@ -10,7 +10,7 @@ set logscale x 10
 set yrange [0:*]
 set key right top
 set grid
-mine(x) = (strcol(1) eq family && strcol(3) eq "warm") ? x : NaN
+rows = sprintf("< awk -F, '$1 == \"%s\" && $3 == \"warm\"' %s", family, file)
 plot 1 with lines dt 2 lc rgb "grey" notitle, \
-     file using (mine($4)):(mine($10)) with linespoints pt 6 ps 0.5 title columnhead(10), \
-     file using (mine($4)):(mine($11)) with linespoints pt 4 ps 0.5 title columnhead(11)
+     rows using 4:10 with linespoints pt 6 ps 0.5 title "OpenBLAS", \
+     rows using 4:11 with linespoints pt 4 ps 0.5 title "BLIS"
