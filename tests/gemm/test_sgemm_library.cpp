@@ -45,7 +45,7 @@ protected:
     {
         const processor &p = GetParam();
         if (!tesh_test::machine_has_path(p.needs))
-            GTEST_SKIP() << "not on this machine";
+            GTEST_SKIP() << "this processor lacks the instructions of the " << p.needs << " kernels";
         tesh_test::on_processor(p.profile, {{"TESH_CBWR", p.branch}}, [&] {
             if (std::string(p.profile) == "amd_bulldozer")
                 tesh_test::install_fma4_emulation();
