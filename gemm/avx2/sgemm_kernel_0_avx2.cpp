@@ -4,8 +4,8 @@
 // layout     A in panels of 24, 16, 8, 4, 2, 1 rows, B in panels of 4, 2, 1 columns; C column-major, any alignment
 // loop       depth unrolled by 4, remainder by 1; one chain of sums per element in the order of depth, but for the panel
 //            of 8 rows, whose plain form adds even and odd steps apart; the cnr form has one chain there too
-// prefetch   A 704 bytes ahead, every second step; B 384 bytes ahead; C at the head and over the last 34 groups; the next A
-//            panel a line per column of C
+// prefetch   A 704 bytes ahead, every second step; B 384 bytes ahead; C at the head and over the last 34 groups, in a
+//            shallow tile the one below; the next A panel a line per column of C
 // edges      binary panel widths; below 8 rows a register holds several columns; no masks, no read past an operand
 // measured   97 % of the multiply-add peak at depth 192 on a packed pair; SGEMM as a whole: bench/gemm/bench_sgemm.cpp
 #include "gemm/avx2/sgemm_path_avx2.h"

@@ -5,6 +5,7 @@
 // p is the path's tile (gemm/<path>/sgemm_path_<path>.h):
 //   panel_n        full width of a B panel [elements]
 //   c_groups       groups of four depth steps, from the end, that fetch the C tile
+//   shallow_k      most depth of a tile that is too short to fetch for itself
 //   a_ahead        distance at which A is fetched [elements], 0 where the processor's own stream will do
 //   b_ahead        distance at which B is fetched [elements]
 //   next_a_lines   lines of the next A panel fetched per column of a finished tile, beside one at the tile's head: with a
@@ -97,7 +98,9 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
 #pragma GCC unroll 1
     for (; groups > p::c_groups; --groups)
         group();
-    c_fetch<p, cols> fetch(c, ldc);
+    // A shallow tile is over before what it asks for comes: it fetches for the row panel behind it, which asks for C at
+    // the same columns.
+    c_fetch<p, cols> fetch(depth <= p::shallow_k ? c + rows : c, ldc);
     constexpr int lines = cols * (rows * 4 / 64 + 1);
     const int64_t each = groups >= lines ? 1 : lines / (groups + 1) + 1; // lines for a group, all in a short depth
 #pragma GCC unroll 1
