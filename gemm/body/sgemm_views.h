@@ -45,12 +45,35 @@ constexpr int32_t operation_code(char c)
     view->address = address;
 }
 
-// The view of an operand with the operation of the given code; what is no known letter is addressed as transposed.
-[[gnu::always_inline]] inline void fill_operand_view(blas_matrix_view *view, const float *base, int64_t rows,
-                                                     int64_t cols, int64_t ld, int32_t code)
+// The view of an operand with the operation of the given code and the flags of its triangle; what is no known letter is
+// addressed as transposed.
+[[gnu::always_inline]] inline void fill_operand_view(blas_matrix_view *view, const void *base, int64_t rows,
+                                                     int64_t cols, int64_t ld, int32_t code, uint32_t triangle)
 {
-    fill_view(view, base, rows, cols, ld, code < 0 ? 0u : 1u << static_cast<uint32_t>(code),
+    fill_view(view, base, rows, cols, ld, triangle | (code < 0 ? 0u : 1u << static_cast<uint32_t>(code)),
               code == 0 ? getPointer_notrans : getPointer_trans);
+}
+
+// The flag of the letter that stands there; none for another, or where there is none.
+constexpr uint32_t one_of(const char *letter, char first, uint32_t first_flag, char second, uint32_t second_flag)
+{
+    return letter == nullptr            ? 0
+           : is_letter(*letter, first)  ? first_flag
+           : is_letter(*letter, second) ? second_flag
+                                        : 0;
+}
+
+// The view of a matrix as its routine's characters describe it; null for one that the routine lacks.
+[[gnu::always_inline]] inline void blas_initialize_matrix(const char *uplo, const char *diag, const char *trans,
+                                                          const void *base, int64_t rows, int64_t cols, int64_t ld,
+                                                          blas_matrix_view *view)
+{
+    const uint32_t triangle = one_of(uplo, 'L', blas_view_lower, 'U', blas_view_upper) |
+                              one_of(diag, 'N', blas_view_nonunit, 'U', blas_view_unit);
+    if (trans == nullptr)
+        fill_view(view, base, rows, cols, ld, triangle, getPointer_notrans);
+    else
+        fill_operand_view(view, base, rows, cols, ld, operation_code(*trans), triangle);
 }
 
 // Rows i .. i+rows-1 and columns j .. j+cols-1 of a view.

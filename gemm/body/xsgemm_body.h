@@ -144,9 +144,9 @@ inline void initialize_kernel_info(const blas_op_record *op, const blas_matrix_v
     op.transa_code = code_a;
     op.transb_code = code_b;
     op.routine_id = blas_routine_sgemm;
-    fill_operand_view(&records->a, a, m, k, lda, code_a);
-    fill_operand_view(&records->b, b, k, n, ldb, code_b);
-    fill_view(&records->c, c, m, n, ldc, 0, getPointer_notrans);
+    fill_operand_view(&records->a, a, m, k, lda, code_a, 0);
+    fill_operand_view(&records->b, b, k, n, ldb, code_b, 0);
+    blas_initialize_matrix(nullptr, nullptr, nullptr, c, m, n, ldc, &records->c);
 }
 
 template <class p>

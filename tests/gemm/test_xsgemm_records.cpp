@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The initialisers of strategy and kernel info on the wide paths.
+// The initialisers of views, strategy and kernel info on the wide paths.
 #include <cstring>
 #include <string>
 
 #include "frame/tesh_serv.h"
+#include "gemm/body/sgemm_views.h"
 #include "tests/gemm/wide_paths.h"
 
 namespace
@@ -173,6 +174,55 @@ TEST_P(xsgemm_records, strict_reproducibility_chooses_the_cnr_kernel)
     tesh_cbwr = 10;
     EXPECT_EQ(info(0, 1, 1, s).ker0, p.ker0);
     tesh_cbwr = old;
+}
+
+blas_matrix_view matrix(const char *uplo, const char *diag, const char *trans)
+{
+    blas_matrix_view v;
+    std::memset(static_cast<void *>(&v), 0xa5, sizeof v);
+    blas_initialize_matrix(uplo, diag, trans, &v, 7, 5, 11, &v);
+    return v;
+}
+
+TEST(blas_initialize_matrix, fills_every_field_of_a_view)
+{
+    const blas_matrix_view v = matrix(nullptr, nullptr, "N");
+    EXPECT_NE(v.base, nullptr);
+    EXPECT_EQ(v.rows, 7);
+    EXPECT_EQ(v.cols, 5);
+    EXPECT_EQ(v.ld, 11);
+    EXPECT_EQ(v.unroll_k, 0);
+    EXPECT_EQ(v.panel, 0);
+    EXPECT_EQ(v.padded_k, 7);
+    EXPECT_EQ(v.elem_size, 4);
+    EXPECT_EQ(v.flags, 1u);
+}
+
+TEST(blas_initialize_matrix, letters_become_flags)
+{
+    const struct {
+        const char *uplo, *diag, *trans;
+        std::uint32_t flags;
+    } cases[] = {
+        {nullptr, nullptr, "n", 1},  {nullptr, nullptr, "T", 2},  {nullptr, nullptr, "t", 2},
+        {nullptr, nullptr, "C", 4},  {nullptr, nullptr, "c", 4},  {nullptr, nullptr, nullptr, 0},
+        {nullptr, nullptr, "X", 0},  {"L", nullptr, nullptr, 8},  {"l", nullptr, nullptr, 8},
+        {"U", nullptr, nullptr, 16}, {"u", nullptr, nullptr, 16}, {"X", nullptr, nullptr, 0},
+        {nullptr, "N", nullptr, 32}, {nullptr, "n", nullptr, 32}, {nullptr, "U", nullptr, 64},
+        {nullptr, "u", nullptr, 64}, {nullptr, "X", nullptr, 0},  {"U", "U", "T", 16 + 64 + 2},
+        {"L", "N", "N", 8 + 32 + 1},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(matrix(c.uplo, c.diag, c.trans).flags, c.flags) << (c.trans == nullptr ? "-" : c.trans);
+}
+
+TEST(blas_initialize_matrix, all_but_n_and_null_are_addressed_as_transposed)
+{
+    for (const char *trans : {static_cast<const char *>(nullptr), "N", "n", "T", "t", "C", "c", "X"}) {
+        const bool plain = trans == nullptr || *trans == 'N' || *trans == 'n';
+        const blas_matrix_view v = matrix("U", "N", trans);
+        EXPECT_EQ(v.address(3, 2, &v) - static_cast<char *>(v.base), (plain ? 2 * 11 + 3 : 3 * 11 + 2) * 4);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(paths, xsgemm_records, testing::ValuesIn(tesh_test::wide_paths_to_run()),
