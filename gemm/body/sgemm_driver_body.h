@@ -165,6 +165,7 @@ template <initialize_buffers_fn *initialize_buffers>
 inline void generic_fullacopybcopy(blas_op_record *op, const blas_matrix_view *a, const blas_matrix_view *b,
                                    const blas_matrix_view *c, const gemm_buffers *given, const gemm_kernel_info *info)
 {
+    const blas_matrix_view *const a_given = a, *const b_given = b;
     // A symmetric operand on the left: it comes as B, and its transpose is itself.
     blas_matrix_view turned;
     if ((op->routine_id == blas_routine_ssymm || op->routine_id == 2) && op->side_code == 0) {
@@ -184,7 +185,7 @@ inline void generic_fullacopybcopy(blas_op_record *op, const blas_matrix_view *a
         initialize_buffers(a, b, &info->strategy, &product.buffers);
     product.buffers.get_bufs(&product.buffers);
     if (tesh_serv_check_ptr_and_warn(product.buffers.base, "SGEMM")) {
-        info->pst(op, a, b, c);
+        info->pst(op, a_given, b_given, c);
         return;
     }
     product.run();

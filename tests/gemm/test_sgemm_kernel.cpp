@@ -105,7 +105,8 @@ TEST_P(sgemm_kernel, every_m_and_n_up_to_the_tile_and_beyond)
     for (std::int64_t m = 1; m <= p.panel_m + 2; ++m) {
         for (std::int64_t n = 1; n <= p.panel_n + 2; ++n) {
             for (const std::int64_t k : {1, 4, 7}) {
-                check({m, n, k, m % 3, (m + n) % 2 == 0 ? guard::at_end : guard::at_start}, k == 4);
+                for (const guard side : {guard::at_end, guard::at_start})
+                    check({m, n, k, m % 3, side}, k == 4);
                 if (HasFatalFailure())
                     return;
             }
@@ -124,21 +125,31 @@ TEST_P(sgemm_kernel, blocks_of_several_panels_with_every_tail)
     }
 }
 
-// The remainder by one; one group; and the depths at which the loop that fetches C takes over.
+// The remainder by one; one group; and the depths at which the loop that fetches C takes over: 128 and 136 steps, which
+// are 32 and 34 groups. Every panel width of A stands last once, and so does every one of B.
 TEST_P(sgemm_kernel, every_depth_where_a_stretch_of_the_loop_begins)
 {
-    std::vector<std::int64_t> depths;
+    std::vector<std::int64_t> depths, heights = p.a_tails, widths = p.b_tails;
     for (std::int64_t k = 0; k <= 20; ++k)
+        depths.push_back(k);
+    for (std::int64_t k = 30; k <= 36; ++k)
         depths.push_back(k);
     for (std::int64_t k = 32 * 4 - 5; k <= 34 * 4 + 5; ++k)
         depths.push_back(k);
     for (const std::int64_t k : {191, 192, 193, 256, 383, 384, 385})
         depths.push_back(k);
+    for (const std::int64_t m : {p.panel_m, p.panel_m - 1})
+        heights.push_back(m);
+    for (const std::int64_t n : {p.panel_n, 2 * p.panel_n - 1, 4 * p.panel_n})
+        widths.push_back(n);
     for (const std::int64_t k : depths) {
-        for (const std::int64_t m : {p.panel_m, p.panel_m - 1}) {
-            check({m, 2 * p.panel_n - 1, k, 0, k % 2 == 0 ? guard::at_end : guard::at_start}, k % 3 == 0);
-            if (HasFatalFailure())
-                return;
+        for (const std::int64_t m : heights) {
+            for (const std::int64_t n : widths) {
+                for (const guard side : {guard::at_end, guard::at_start})
+                    check({m, n, k, 0, side}, k % 3 == 0);
+                if (HasFatalFailure())
+                    return;
+            }
         }
     }
 }
@@ -176,6 +187,50 @@ TEST_P(sgemm_kernel, cnr_row_has_the_same_bits_wherever_it_lies)
                 for (std::int64_t i = 0; i < m; ++i)
                     ASSERT_EQ(c[static_cast<std::size_t>(j * m + i)], expected[static_cast<std::size_t>(j)])
                         << "row " << i << " of " << m << ", column " << j;
+        }
+    }
+}
+
+// One fused chain in the order of depth; or even and odd steps in a chain each, added at the end.
+float chained(const std::vector<float> &av, std::int64_t m, std::int64_t i, const std::vector<float> &bv,
+              std::int64_t n, std::int64_t j, std::int64_t k, bool apart)
+{
+    float sums[2] = {0.0f, 0.0f};
+    for (std::int64_t l = 0; l < k; ++l) {
+        float &sum = sums[apart ? l % 2 : 0];
+        sum = std::fmaf(av[static_cast<std::size_t>(l * m + i)], bv[static_cast<std::size_t>(l * n + j)], sum);
+    }
+    return apart ? sums[0] + sums[1] : sums[0];
+}
+
+// Only the rest of 8 rows on avx2 adds even and odd steps apart, and only in the plain forms.
+TEST_P(sgemm_kernel, bits_of_every_element_are_those_of_its_chain)
+{
+    for (std::int64_t m = 1; m <= p.panel_m + 2; ++m) {
+        for (std::int64_t n = 1; n <= p.panel_n + 2; ++n) {
+            const std::int64_t k = (m + n) % 5 == 0 ? 137 : 1 + (7 * m + n) % 23;
+            const std::vector<float> av = values(k, m, 4, false), bv = values(k, n, 5, false);
+            const std::vector<std::int64_t> panels = tesh_test::panel_widths(m, p.panel_m, p.a_tails);
+            const packed a(av, k, m, panels, guard::at_end);
+            const packed b(bv, k, n, tesh_test::panel_widths(n, p.panel_n, p.b_tails), guard::at_end);
+            const float one = 1.0f;
+            for (tesh_blas_sgemm_kernel_fn *kernel : {p.kernel, p.kernel_b0, p.kernel_cnr, p.kernel_b0_cnr}) {
+                const bool reads = kernel == p.kernel || kernel == p.kernel_cnr;
+                const bool plain = kernel == p.kernel || kernel == p.kernel_b0;
+                std::vector<float> c(static_cast<std::size_t>(m * n), 0.75f);
+                kernel(&m, &n, &k, &one, a.data(), b.data(), c.data(), m);
+                std::int64_t i = 0;
+                for (const std::int64_t width : panels) {
+                    const bool apart = plain && p.name == "avx2" && width == 8;
+                    for (const std::int64_t end = i + width; i < end; ++i)
+                        for (std::int64_t j = 0; j < n; ++j) {
+                            const float sum = chained(av, m, i, bv, n, j, k, apart);
+                            ASSERT_EQ(c[static_cast<std::size_t>(j * m + i)], reads ? 0.75f + sum : sum)
+                                << "m=" << m << " n=" << n << " k=" << k << " (" << i << ", " << j << ") reads "
+                                << reads << " plain " << plain;
+                        }
+                }
+            }
         }
     }
 }

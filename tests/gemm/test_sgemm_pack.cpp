@@ -81,7 +81,8 @@ TEST_P(sgemm_pack, every_width_at_every_short_depth)
     for (const copy &c : copies(*GetParam())) {
         for (std::int64_t width = 1; width <= 2 * c.full + 1; ++width) {
             for (std::int64_t depth = 1; depth <= 20; ++depth) {
-                check(c, depth, width, depth % 3, 1.0f, width % 2 == 0 ? guard::at_end : guard::at_start);
+                for (const guard side : {guard::at_end, guard::at_start})
+                    check(c, depth, width, depth % 3, 1.0f, side);
                 if (HasFatalFailure())
                     return;
             }
@@ -107,7 +108,10 @@ TEST_P(sgemm_pack, scale_keeps_flips_or_multiplies)
 {
     for (const copy &c : copies(*GetParam())) {
         for (const float scale : {1.0f, -1.0f, 0.7f, 0.0f, -0.0f, 2.0f, std::nanf(""), INFINITY}) {
-            check(c, 19, 2 * c.full - 1, 1, scale, guard::at_end);
+            for (const std::int64_t width : {c.full - 1, c.full, 2 * c.full - 1})
+                check(c, 19, width, 1, scale, guard::at_end);
+            for (const std::int64_t width : *c.tails)
+                check(c, 19, width, 1, scale, guard::at_start);
             if (HasFatalFailure())
                 return;
         }

@@ -239,8 +239,8 @@ void expect_records(tesh_blas_sgemm_fn *routine, const std::string &expected_roa
         std::int32_t code;
         std::uint32_t flags;
     };
-    for (const letter &la : {letter{'N', 0, 1}, letter{'t', 1, 2}, letter{'C', 2, 4}}) {
-        for (const letter &lb : {letter{'n', 0, 1}, letter{'T', 1, 2}, letter{'c', 2, 4}}) {
+    for (const letter &la : {letter{'N', 0, 1}, letter{'t', 1, 2}, letter{'C', 2, 4}, letter{'X', -1, 0}}) {
+        for (const letter &lb : {letter{'n', 0, 1}, letter{'T', 1, 2}, letter{'c', 2, 4}, letter{'x', -1, 0}}) {
             ASSERT_EQ(road_of(routine, la.c, lb.c, m, n, k, 0.7f, 0.3f), expected_road);
             EXPECT_EQ(noted_op.side, nullptr);
             EXPECT_EQ(noted_op.uplo, nullptr);
