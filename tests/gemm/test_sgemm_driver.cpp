@@ -4,81 +4,18 @@
 #include <cstring>
 
 #include "frame/tesh_serv.h"
-#include "tests/gemm/wide_paths.h"
+#include "tests/gemm/driver_records.h"
 #include "tests/support/failing_memory.h"
-#include "tests/support/reference_gemm.h"
 
 namespace
 {
 using tesh_test::gemm_operands;
 using tesh_test::gemm_shape;
 using tesh_test::guard;
+using tesh_test::records;
+using tesh_test::records_of;
+using tesh_test::small_blocks;
 using tesh_test::wide_path;
-
-char *notrans(std::int64_t i, std::int64_t j, const blas_matrix_view *v)
-{
-    return static_cast<char *>(v->base) + (j * v->ld + i) * v->elem_size;
-}
-char *trans(std::int64_t i, std::int64_t j, const blas_matrix_view *v)
-{
-    return static_cast<char *>(v->base) + (i * v->ld + j) * v->elem_size;
-}
-
-struct records {
-    blas_op_record op = {};
-    blas_matrix_view a = {}, b = {}, c = {};
-    gemm_kernel_info info = {};
-};
-
-blas_matrix_view view(const float *base, std::int64_t rows, std::int64_t cols, std::int64_t ld, char letter)
-{
-    const bool n = tesh_test::counts_as_n(letter);
-    blas_matrix_view v = {};
-    v.base = const_cast<float *>(base);
-    v.rows = v.padded_k = rows;
-    v.cols = cols;
-    v.ld = ld;
-    v.elem_size = 4;
-    v.flags = n ? 1 : 2;
-    v.address = n ? notrans : trans;
-    return v;
-}
-
-records records_of(const wide_path &p, const gemm_operands &x, std::uint32_t loop_order)
-{
-    const gemm_shape &s = x.shape;
-    records r;
-    r.op.transa = &s.transa;
-    r.op.transb = &s.transb;
-    r.op.alpha = s.alpha;
-    r.op.beta = s.beta;
-    r.op.side_code = r.op.uplo_code = r.op.diag_code = 2;
-    r.a = view(x.a.data(), s.m, s.k, s.lda(), s.transa);
-    r.b = view(x.b.data(), s.k, s.n, s.ldb(), s.transb);
-    r.c = view(x.c.data(), s.m, s.n, s.ldc(), 'N');
-    r.info.mscale = p.mscale_wrapper;
-    r.info.copy_a = r.a.flags == 1 ? p.copyan : p.copyat;
-    r.info.copy_b = r.b.flags == 1 ? p.copybn : p.copybt;
-    r.info.ker0 = p.ker0;
-    r.info.driver = p.driver;
-    r.info.pst = p.pst_wrapper;
-    r.info.strategy.a_policy = r.info.strategy.b_policy = gemm_policy_packed;
-    r.info.strategy.loop_order = loop_order;
-    r.info.strategy.unroll_m = static_cast<std::uint64_t>(p.panel_m);
-    r.info.strategy.unroll_n = static_cast<std::uint64_t>(p.panel_n);
-    r.info.strategy.unroll_k = 1;
-    return r;
-}
-
-gemm_buffers small_blocks(const wide_path &p, const records &r, std::int64_t bm, std::int64_t bn, std::int64_t bk)
-{
-    gemm_buffers b;
-    p.initialize_buffers(&r.a, &r.b, &r.info.strategy, &b);
-    b.block_m = bm;
-    b.block_n = bn;
-    b.block_k = bk;
-    return b;
-}
 
 constexpr std::uint32_t orders[] = {gemm_order_slices, gemm_order_depth_slices, gemm_order_b_outer, gemm_order_a_outer};
 
@@ -313,83 +250,6 @@ TEST_P(sgemm_driver, packed_a_without_memory_for_b_falls_to_the_bufferless_produ
     given.mode = 0;
     p.acopied_driver(&r.op, &r.a, &r.b, &r.c, &given, &r.info);
     tesh_test::expect_gemm_result(x, false, &worst);
-}
-
-// What the copy and kernel slots are handed in the default order.
-struct seen_call {
-    char what;
-    std::int64_t rows, cols;
-    const void *place;
-    float factor;
-};
-std::vector<seen_call> seen;
-void record_copy(const blas_matrix_view *source, blas_matrix_view *destination, const float *scale, std::int64_t)
-{
-    const bool a = source->flags == 2;
-    destination->rows = a ? source->cols : source->rows;
-    destination->cols = a ? source->rows : source->cols;
-    seen.push_back({a ? 'a' : 'b', source->rows, source->cols, destination->base, *scale});
-}
-void record_kernel(const float *one, const blas_matrix_view *a, const blas_matrix_view *, const float *beta,
-                   const blas_matrix_view *c)
-{
-    EXPECT_EQ(*one, 1.0f);
-    seen.push_back({'k', c->rows, c->cols, a->base, *beta});
-}
-
-TEST_P(sgemm_driver, default_order_packs_a_slice_before_its_first_use_only)
-{
-    gemm_operands x({'T', 'N', 2 * p.panel_m, 2 * p.panel_n, 16, 0.7f, 0.0f});
-    records r = records_of(p, x, gemm_order_slices);
-    r.info.copy_a = r.info.copy_b = record_copy;
-    r.info.ker0 = record_kernel;
-    seen.clear();
-    const gemm_buffers two = small_blocks(p, r, 2 * p.panel_m, p.panel_n, 8);
-    p.driver(&r.op, &r.a, &r.b, &r.c, &two, &r.info);
-    std::string calls;
-    for (const seen_call &call : seen)
-        calls += call.what;
-    EXPECT_EQ(calls, "bakakbkkbakakbkk");
-    EXPECT_EQ(seen[1].rows, p.panel_m);
-    EXPECT_EQ(seen[1].cols, 8);
-    EXPECT_EQ(seen[1].factor, 0.7f);
-    EXPECT_EQ(seen[0].factor, 1.0f);
-    EXPECT_EQ(seen[2].factor, 0.0f);  // first depth block
-    EXPECT_EQ(seen[10].factor, 1.0f); // second depth block
-    EXPECT_EQ(static_cast<const char *>(seen[3].place) - static_cast<const char *>(seen[1].place), p.panel_m * 8 * 4);
-    EXPECT_EQ(seen[6].place, seen[1].place); // the later column block reads the slice where it was packed
-
-    // One column block: every slice in the same place.
-    seen.clear();
-    const gemm_buffers one = small_blocks(p, r, 2 * p.panel_m, 2 * p.panel_n, 16);
-    p.driver(&r.op, &r.a, &r.b, &r.c, &one, &r.info);
-    calls.clear();
-    for (const seen_call &call : seen)
-        calls += call.what;
-    EXPECT_EQ(calls, "bakak");
-    EXPECT_EQ(seen[3].place, seen[1].place);
-}
-
-TEST_P(sgemm_driver, symmetric_operand_on_the_left_changes_places)
-{
-    const std::int64_t size = p.panel_m;
-    gemm_operands x({'N', 'N', size, size, size, 1.0f, 0.0f});
-    records r = records_of(p, x, gemm_order_slices);
-    r.op.routine_id = blas_routine_ssymm;
-    r.op.side_code = 0;
-    static const void *a_source;
-    static std::uint32_t a_flags;
-    r.info.copy_a = [](const blas_matrix_view *source, blas_matrix_view *, const float *, std::int64_t) {
-        a_source = source->base;
-        a_flags = source->flags;
-    };
-    r.info.copy_b = [](const blas_matrix_view *, blas_matrix_view *, const float *, std::int64_t) {};
-    r.info.ker0 = [](const float *, const blas_matrix_view *, const blas_matrix_view *, const float *,
-                     const blas_matrix_view *) {};
-    p.driver(&r.op, &r.a, &r.b, &r.c, nullptr, &r.info);
-    EXPECT_EQ(a_source, r.b.base);
-    EXPECT_EQ(a_flags, static_cast<std::uint32_t>(blas_view_trans));
-    EXPECT_EQ(r.b.flags, static_cast<std::uint32_t>(blas_view_notrans));
 }
 
 INSTANTIATE_TEST_SUITE_P(paths, sgemm_driver, testing::ValuesIn(tesh_test::wide_paths_to_run()), tesh_test::path_name);
