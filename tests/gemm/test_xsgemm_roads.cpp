@@ -44,6 +44,14 @@ void note_nocopy(blas_op_record *op, const blas_matrix_view *a, const blas_matri
     road += "nocopy";
     note_records(op, a, b, c);
 }
+enum kernel_ending { nn_b0, nn_b1, nn_bn, tn_b0 };
+template <kernel_ending which>
+void note_kernel(int64_t, int64_t, int64_t, const float *, const float *, int64_t, const float *, int64_t,
+                 const float *, float *, int64_t)
+{
+    const char *const names[] = {"NN_b0", "NN_b1", "NN_bn", "TN_b0"};
+    road += names[which];
+}
 void note_mscale(const blas_matrix_view *, const float *beta)
 {
     road += "mscale";
@@ -65,6 +73,14 @@ void replace_roads()
     tesh_test::detour(tesh_blas_avx512_s_generic_fullacopybcopy, note_packed);
     tesh_test::detour(tesh_blas_avx2_xsgemm_nocopy_driver, note_nocopy);
     tesh_test::detour(tesh_blas_avx512_xsgemm_nocopy_driver, note_nocopy);
+    tesh_test::detour(tesh_blas_avx2_sgemm_kernel_nocopy_NN_b0, note_kernel<nn_b0>);
+    tesh_test::detour(tesh_blas_avx2_sgemm_kernel_nocopy_NN_b1, note_kernel<nn_b1>);
+    tesh_test::detour(tesh_blas_avx2_sgemm_kernel_nocopy_NN_bn, note_kernel<nn_bn>);
+    tesh_test::detour(tesh_blas_avx2_sgemm_kernel_nocopy_TN_b0, note_kernel<tn_b0>);
+    tesh_test::detour(tesh_blas_avx512_sgemm_kernel_nocopy_NN_b0, note_kernel<nn_b0>);
+    tesh_test::detour(tesh_blas_avx512_sgemm_kernel_nocopy_NN_b1, note_kernel<nn_b1>);
+    tesh_test::detour(tesh_blas_avx512_sgemm_kernel_nocopy_NN_bn, note_kernel<nn_bn>);
+    tesh_test::detour(tesh_blas_avx512_sgemm_kernel_nocopy_TN_b0, note_kernel<tn_b0>);
     tesh_test::detour(tesh_blas_avx2_sgemm_mscale_wrapper, note_mscale);
     tesh_test::detour(tesh_blas_avx512_sgemm_mscale_wrapper, note_mscale);
 }
@@ -228,6 +244,37 @@ TEST_F(xsgemm_avx2, strict_reproducibility_packs_every_shape)
     EXPECT_EQ(noted_info.ker0, tesh_blas_avx2_sgemm_ker0_cnr);
     EXPECT_EQ(road_of(routine, 'T', 'N', 11, 3, 2), "packed");
     EXPECT_EQ(road_of(routine, 'N', 'N', 1, 1, 1), "packed");
+}
+
+// Up to 32 in each size the no-copy kernel is called without its driver, as the driver would.
+void expect_smallest_products(tesh_blas_sgemm_fn *routine)
+{
+    EXPECT_EQ(road_of(routine, 'N', 'N', 32, 32, 32, 1.0f, 0.0f), "NN_b0");
+    EXPECT_EQ(road_of(routine, 'n', 'N', 32, 1, 7, 1.0f, 1.0f), "NN_b1");
+    EXPECT_EQ(road_of(routine, 'N', 'n', 1, 32, 7, 1.0f, 0.5f), "NN_bn");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 3, 3, 3, std::nanf(""), std::nanf("")), "NN_bn");
+    EXPECT_EQ(road_of(routine, 'T', 'N', 5, 2, 9), "TN_b0");
+    EXPECT_EQ(road_of(routine, 'c', 'n', 5, 2, 9), "TN_b0");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 33, 32, 32), "nocopy");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 32, 33, 32), "nocopy");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 32, 32, 33), "nocopy");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 32, 32, 0), "nocopy");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 32, 32, -1), "nocopy");
+    EXPECT_EQ(road_of(routine, 'T', 'N', 3, 5, 4), "pst"); // so few dot products
+    EXPECT_EQ(road_of(routine, 'N', 'N', 32, 32, 32, 0.0f, 0.5f), "mscale");
+}
+
+TEST_F(xsgemm_avx512, smallest_products_go_straight_to_a_kernel)
+{
+    expect_smallest_products(routine);
+    EXPECT_EQ(road_of(routine, 'T', 'N', 5, 2, 5), "pst"); // packed, and too few rows for it
+    EXPECT_EQ(road_of(routine, 'N', 'N', 6, 6, 6), "NN_b0");
+}
+TEST_F(xsgemm_avx2, smallest_products_go_straight_to_a_kernel)
+{
+    expect_smallest_products(routine);
+    EXPECT_EQ(road_of(routine, 'T', 'N', 5, 2, 5), "TN_b0");
+    EXPECT_EQ(road_of(routine, 'N', 'N', 6, 6, 6), "meq6_b0");
 }
 
 // What the drivers of both roads are handed.

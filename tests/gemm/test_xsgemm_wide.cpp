@@ -215,6 +215,21 @@ TEST_P(xsgemm_strict, offsets_beyond_32_bits)
                       static_cast<float>((1 + i) * (2 + 7 * j) + (11 + i) * (3 + 7 * j)));
 }
 
+// The operands of one product, as they were before it, in the places of another.
+void copy_values(const gemm_operands &from, const gemm_operands &to)
+{
+    const gemm_shape &x = from.shape, &y = to.shape;
+    for (std::int64_t j = 0; j < x.a_cols(); ++j)
+        std::memcpy(to.a.data() + j * y.lda(), from.a.data() + j * x.lda(),
+                    static_cast<std::size_t>(x.a_rows()) * sizeof(float));
+    for (std::int64_t j = 0; j < x.b_cols(); ++j)
+        std::memcpy(to.b.data() + j * y.ldb(), from.b.data() + j * x.ldb(),
+                    static_cast<std::size_t>(x.b_rows()) * sizeof(float));
+    for (std::int64_t j = 0; j < x.n; ++j)
+        std::memcpy(to.c.data() + j * y.ldc(), from.c0.data() + j * x.ldc(),
+                    static_cast<std::size_t>(x.m) * sizeof(float));
+}
+
 // Rows r .. r+count-1 computed alone have the bits that they have in the whole product.
 TEST_P(xsgemm_strict, bits_of_a_row_do_not_depend_on_its_place_or_on_m)
 {
@@ -245,13 +260,27 @@ TEST_P(xsgemm_strict, bits_of_a_row_do_not_depend_on_its_place_or_on_m)
 
 TEST_P(xsgemm_strict, bits_do_not_depend_on_alignment_or_leading_dimension)
 {
-    gemm_shape s{'N', 'N', p.panel_m + 13, p.panel_n + 5, 200, 0.7f, 0.3f, 0, 0, 0, guard::at_start};
-    const gemm_operands first(s);
-    first.run(routine);
-    for (s.shift_bytes = 4; s.shift_bytes < 64; s.shift_bytes += 4) {
-        const gemm_operands other(s);
-        other.run(routine);
-        EXPECT_EQ(std::memcmp(first.c.data(), other.c.data(), first.c.size() * sizeof(float)), 0) << s.name();
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            gemm_shape s{transa, transb, p.panel_m + 13, p.panel_n + 5, 200, 0.7f, 0.3f, 0, 0, 0, guard::at_start};
+            const gemm_operands first(s);
+            first.run(routine);
+            for (s.shift_bytes = 4; s.shift_bytes < 64; s.shift_bytes += 4) {
+                for (const std::int64_t pad : {0, 1, 7}) {
+                    s.pad_a = pad;
+                    s.pad_b = 2 * pad;
+                    s.pad_c = 3 * pad;
+                    const gemm_operands other(s);
+                    copy_values(first, other);
+                    other.run(routine);
+                    for (std::int64_t j = 0; j < s.n; ++j)
+                        ASSERT_EQ(std::memcmp(other.c.data() + j * s.ldc(), first.c.data() + j * s.m,
+                                              static_cast<std::size_t>(s.m) * sizeof(float)),
+                                  0)
+                            << s.name() << " column " << j;
+                }
+            }
+        }
     }
 }
 
