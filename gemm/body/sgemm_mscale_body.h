@@ -64,6 +64,8 @@ inline void change_matrix(int64_t m, int64_t n, float *c, int64_t ldc, change f)
 
 template <class v, class tail> inline void mscale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
 {
+    if (m <= 0)
+        return;
     if (beta == 0.0f)
         change_matrix<v, tail>(m, n, c, ldc, clear_by<v>());
     else

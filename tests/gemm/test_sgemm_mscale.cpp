@@ -50,7 +50,8 @@ TEST_P(sgemm_mscale, every_row_count_clears_without_reading_or_multiplies)
 {
     for (std::int64_t m = 1; m <= 150; ++m) {
         for (const float beta : {0.0f, -0.0f, 0.7f, -1.0f}) {
-            check(m, 1 + m % 4, m + m % 3, beta, m % 2 == 0 ? guard::at_end : guard::at_start, m % 5 == 0);
+            for (const guard side : {guard::at_end, guard::at_start})
+                check(m, 1 + m % 4, m + m % 3, beta, side, m % 5 == 0);
             if (HasFatalFailure())
                 return;
         }
@@ -78,11 +79,18 @@ TEST_P(sgemm_mscale, an_infinite_factor_raises_no_flag)
 TEST_P(sgemm_mscale, nothing_to_scale_touches_nothing)
 {
     check(5, 0, 5, 2.0f, guard::at_end, false);
-    float c = 3.0f;
-    const std::int64_t m = 0, n = 1, ldc = 1;
-    const float beta = 0.0f;
-    GetParam()->mscale(&m, &n, &beta, &c, &ldc);
-    EXPECT_EQ(c, 3.0f);
+    const guarded_array<float> c(0);
+    const std::int64_t ldc = 1;
+    for (const float beta : {0.0f, 2.0f}) {
+        for (std::int64_t m = -100; m <= 0; ++m) {
+            const std::int64_t n = 1;
+            GetParam()->mscale(&m, &n, &beta, c.data(), &ldc);
+        }
+        for (const std::int64_t n : {0, -1, -2}) {
+            const std::int64_t m = 100;
+            GetParam()->mscale(&m, &n, &beta, c.data(), &ldc);
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(paths, sgemm_mscale, testing::ValuesIn(tesh_test::wide_paths_to_run()), tesh_test::path_name);
