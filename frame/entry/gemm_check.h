@@ -23,27 +23,28 @@ constexpr int64_t at_least_one(int64_t bound)
     return bound > 1 ? bound : 1;
 }
 
-// The number of the first bad argument, 0 if there is none.
-inline int64_t gemm_bad_argument(const char *transa, const char *transb, int64_t m, int64_t n, int64_t k, int64_t lda,
-                                 int64_t ldb, int64_t ldc)
+// The number of the first bad argument, 0 if there is none. An integer is read when its turn comes and not before: those
+// behind a bad argument may be null.
+inline int64_t gemm_bad_argument(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                 const int64_t *k, const int64_t *lda, const int64_t *ldb, const int64_t *ldc)
 {
     if (!is_transposition(transa))
         return 1;
     if (!is_transposition(transb))
         return 2;
-    if (m < 0)
+    if (*m < 0)
         return 3;
-    if (n < 0)
+    if (*n < 0)
         return 4;
-    if (k < 0)
+    if (*k < 0)
         return 5;
-    const int64_t rows_of_a = is_letter(transa, 'N') ? m : k;
-    const int64_t rows_of_b = is_letter(transb, 'N') ? k : n;
-    if (lda < at_least_one(rows_of_a))
+    const int64_t rows_of_a = is_letter(transa, 'N') ? *m : *k;
+    const int64_t rows_of_b = is_letter(transb, 'N') ? *k : *n;
+    if (*lda < at_least_one(rows_of_a))
         return 8;
-    if (ldb < at_least_one(rows_of_b))
+    if (*ldb < at_least_one(rows_of_b))
         return 10;
-    if (ldc < at_least_one(m))
+    if (*ldc < at_least_one(*m))
         return 13;
     return 0;
 }

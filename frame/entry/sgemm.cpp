@@ -13,7 +13,7 @@ verbose_cache sgemm_verbose;
 int32_t sgemm_check(const char *transa, const char *transb, const int64_t *m, const int64_t *n, const int64_t *k,
                     const int64_t *lda, const int64_t *ldb, const int64_t *ldc)
 {
-    const int64_t parameter = gemm_bad_argument(transa, transb, *m, *n, *k, *lda, *ldb, *ldc);
+    const int64_t parameter = gemm_bad_argument(transa, transb, m, n, k, lda, ldb, ldc);
     if (parameter == 0)
         return 0;
     tesh_serv_iface_xerbla("SGEMM ", &parameter, 6); // the blank is part of the reported name
@@ -61,7 +61,7 @@ void SGEMM(const char *transa, const char *transb, const int64_t *m, const int64
 {
     const bool registered = __atomic_load_n(&tesh_xerbla_address, __ATOMIC_RELAXED) != nullptr;
     const bool plain = registered && verbose_state(sgemm_verbose) == 0 &&
-                       gemm_bad_argument(transa, transb, *m, *n, *k, *lda, *ldb, *ldc) == 0;
+                       gemm_bad_argument(transa, transb, m, n, k, lda, ldb, ldc) == 0;
     const auto next = __builtin_expect(plain, 1) ? tesh_blas_sgemm : sgemm_in_full;
     next(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }

@@ -147,6 +147,43 @@ TEST(sgemm_check, bad_argument_prints_a_verbose_line_and_computes_nothing)
     EXPECT_TRUE(std::regex_match(child.out.substr(text.size()), lines)) << child.out;
 }
 
+TEST(sgemm_check, what_stands_behind_a_bad_argument_is_not_read)
+{
+    sgemm_call call{"x"};
+    call.m = call.n = call.k = call.lda = call.ldb = call.ldc = nullptr;
+    expect_report(call, 1);
+    call.transa = nullptr;
+    expect_report(call, 1);
+    call.transa = "N";
+    call.transb = nullptr;
+    expect_report(call, 2);
+    call.transb = "N";
+    call.m = &im1;
+    expect_report(call, 3);
+    call = {};
+    call.lda = &i1;
+    call.ldb = call.ldc = nullptr;
+    expect_report(call, 8);
+    call.lda = &i2;
+    call.ldb = &i1;
+    expect_report(call, 10);
+}
+
+TEST(sgemm_check, null_integers_behind_a_bad_argument_show_as_0_in_the_verbose_line)
+{
+    const auto child = run_forked(
+        [] {
+            sgemm_call call{"x"};
+            call.m = call.k = call.ldb = call.ldc = nullptr;
+            return call.run();
+        },
+        {{"TESH_VERBOSE", "1"}});
+    EXPECT_EQ(child.exit_code, 0);
+    const std::regex line("TESH_VERBOSE SGEMM\\(x,N,0,2,0,0x[0-9a-f]+,0x[0-9a-f]+,2,0x[0-9a-f]+,0,0x[0-9a-f]+,"
+                          "0x[0-9a-f]+,0\\) ");
+    EXPECT_TRUE(std::regex_search(child.out, line)) << child.out;
+}
+
 TEST(cblas_sgemm, dimension_is_reported_before_the_layout)
 {
     float x[4] = {};
