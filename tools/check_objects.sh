@@ -44,7 +44,7 @@ while IFS= read -r object; do
 
     if [ -n "$(objdump -h "$object" | grep -E '\.(init|preinit)_array|\.ctors' || true)" ]; then
         case "$name" in
-            frame/service/*loader*) ;;
+            frame/service/detect.* | frame/service/memory_init.*) ;;
             *) complain "$name: load-time code" ;;
         esac
     fi

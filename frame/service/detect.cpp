@@ -3,6 +3,7 @@
 // The instruction limit that a user can set beforehand is in enable_instructions.cpp.
 #include "frame/service/enable_instructions.h"
 #include "frame/service/getenv.h"
+#include "frame/service/loader.h"
 #include "frame/service/processor.h"
 
 namespace
@@ -320,5 +321,13 @@ int32_t tesh_serv_get_cpu_type(int32_t fresh)
 int32_t tesh_serv_sngl_was_called(void)
 {
     return 0;
+}
+
+// At load.
+[[gnu::used]] static char DispLibCWD[loader_directory_bytes];
+
+[[gnu::constructor]] static void _Init_TESH_Loader(void)
+{
+    loader_capture_directory(DispLibCWD, reinterpret_cast<void *>(&_Init_TESH_Loader));
 }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The body of the two load-time constructors.
+// The body of the two load-time constructors, that of detection and that of the memory manager. Each stands in the file of its
+// service, so that a program linked with the archive has it as soon as it has the service.
 #pragma once
 #include <stddef.h>
 

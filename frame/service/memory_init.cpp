@@ -2,6 +2,7 @@
 // Settings of the memory manager and the raw allocators below both layers.
 #include <stdlib.h>
 
+#include "frame/service/loader.h"
 #include "frame/service/memory.h"
 
 // A program that stores its own functions here before the library's first allocation replaces the raw allocators.
@@ -110,5 +111,13 @@ int32_t tesh_serv_get_fast_mm_status(void)
 {
     mm_read_settings();
     return disable_fast_mm;
+}
+
+// At load.
+[[gnu::used]] static char DispLibCWD[loader_directory_bytes];
+
+[[gnu::constructor]] static void _Init_TESH_Loader(void)
+{
+    loader_capture_directory(DispLibCWD, reinterpret_cast<void *>(&_Init_TESH_Loader));
 }
 }

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
 #include "frame/tesh_serv.h"
@@ -21,6 +22,16 @@ void say(void *text)
 void *words(const char *text)
 {
     return const_cast<char *>(text);
+}
+
+TEST(load, without_a_readable_directory_ends_a_program_linked_with_the_archive)
+{
+    const std::string program = TESH_BUILD_DIR "/tests/frame_child_own_handler";
+    const auto result = tesh_test::run_program(
+        {"/bin/sh", "-c", "d=$(mktemp -d) && cd \"$d\" && rmdir \"$d\" && exec \"$0\"", program});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "Orvan Tesh FATAL ERROR: Cannot load " + program + ".\n");
 }
 
 TEST(cleanup, runs_last_registered_first_and_empties_the_list)
