@@ -199,27 +199,27 @@ bool probe(machine_counts *counts)
     const visit_arrays arrays = {static_cast<uint8_t *>(tesh_serv_malloc(cpu_bound, 0)),
                                  static_cast<uint8_t *>(tesh_serv_malloc(cpu_bound, 0)),
                                  static_cast<uint8_t *>(tesh_serv_malloc(cpu_bound, 0))};
-    bool done = false;
-    if (arrays.package != nullptr && arrays.core != nullptr && arrays.seen != nullptr) {
+    const bool in_memory = arrays.package != nullptr && arrays.core != nullptr && arrays.seen != nullptr;
+    if (in_memory) {
         const int32_t visited = visit(mask, bound, arrays);
         counts->logical = visited;
         counts->packages = count_distinct(arrays.package, arrays.package, visited, arrays.seen);
         counts->cores = count_distinct(arrays.package, arrays.core, visited, arrays.seen);
-        done = visited > 0;
     }
     tesh_serv_free(arrays.package);
     tesh_serv_free(arrays.core);
     tesh_serv_free(arrays.seen);
-    return done;
+    return in_memory;
 }
 
 machine_counts count_machine(void)
 {
+    constexpr machine_counts one_of_everything = {1, 1, 1};
     machine_counts counts;
     if (!probe(&counts))
-        return {1, 1, 1};
-    counts_of_cpuinfo(&counts);
-    return counts;
+        return one_of_everything;
+    // The file may number a container's processors in its own way, so that none of them could be visited.
+    return counts_of_cpuinfo(&counts) || counts.logical > 0 ? counts : one_of_everything;
 }
 
 int32_t after_census(const int32_t *count)

@@ -50,7 +50,8 @@ void cpuid_here(uint32_t leaf, uint32_t, cpuid_answer *answer)
     }
 }
 
-// The affinity calls of the census, for as many processors as the shape has.
+// The affinity calls of the census, for as many processors as the shape has, numbered from first_cpu.
+int first_cpu = 0;
 long affinity_call(long number, ...)
 {
     va_list arguments;
@@ -61,7 +62,8 @@ long affinity_call(long number, ...)
     va_end(arguments);
     if (number == SYS_sched_getaffinity) {
         EXPECT_EQ(bytes, 1024);
-        for (std::size_t cpu = 0; cpu < machine->apic_ids.size(); ++cpu)
+        const std::size_t first = static_cast<std::size_t>(first_cpu);
+        for (std::size_t cpu = first; cpu < first + machine->apic_ids.size(); ++cpu)
             mask[cpu / 8] |= static_cast<unsigned char>(1u << (cpu % 8));
         return 16;
     }
@@ -253,6 +255,30 @@ TEST(machine_census, no_processor_line_is_one_of_everything)
         EXPECT_EQ(tesh_serv_get_ht(), 0);
         EXPECT_EQ(tesh_serv_get_nlogicalcores(), 1);
     });
+}
+
+// A container whose /proc/cpuinfo lists its own two processors, while the system numbers them 12 and 13.
+TEST(machine_census, cpuinfo_has_its_say_where_no_processor_could_be_visited)
+{
+    shape s;
+    s.apic_ids = {12, 13};
+    const auto expect_with = [&](const std::string &cpuinfo, int packages, int cores_per_package, int ht, int logical) {
+        s.cpuinfo = cpuinfo;
+        in_child([&] {
+            machine = &s;
+            first_cpu = 12;
+            tesh_test::detour(reinterpret_cast<long (*)(long, ...)>(syscall), affinity_call);
+            tesh_test::detour(fopen, open_cpuinfo);
+            EXPECT_EQ(tesh_serv_get_ncpus(), packages);
+            EXPECT_EQ(tesh_serv_get_ncorespercpu(), cores_per_package);
+            EXPECT_EQ(tesh_serv_get_ht(), ht);
+            EXPECT_EQ(tesh_serv_get_nlogicalcores(), logical);
+            EXPECT_EQ(pinned, (std::vector<int>{-1, -1}));
+        });
+    };
+    expect_with(cpuinfo_of(2, {0}, 2, 2), 1, 2, 0, 2);
+    expect_with(cpuinfo_of(2, {0}, 2, 1), 1, 1, 1, 2);
+    expect_with("processor\t: 0\nprocessor\t: 1\n", 1, 1, 0, 1);
 }
 
 TEST(machine_census, a_system_that_refuses_affinity_is_one_core)
