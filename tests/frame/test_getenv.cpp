@@ -9,6 +9,7 @@
 #include "frame/service/general_regs/tiny_libc.h"
 #include "frame/tesh_serv.h"
 #include "tests/support/child.h"
+#include "tests/support/detour.h"
 #include "tests/support/guard_pages.h"
 
 namespace
@@ -195,6 +196,30 @@ TEST(proc_getenv, an_entry_longer_than_the_block_is_skipped_whole)
         EXPECT_EQ(read_in_child({{"TESH_A_DECOY", value}}), "") << shift;
         EXPECT_EQ(read_in_child({{"TESH_A_DECOY", value}, {"TESH_PROC", "true"}}), "true") << shift;
     }
+}
+
+namespace
+{
+// Half an entry, and then no more.
+int64_t failing_read(int32_t, void *buffer, size_t)
+{
+    static int calls = 0;
+    if (++calls > 1)
+        return -5;
+    std::memcpy(buffer, "A=1\0TESH_PROC=hal", 17);
+    return 17;
+}
+} // namespace
+
+TEST(proc_getenv, a_failing_read_finds_nothing)
+{
+    const auto child = tesh_test::run_forked([] {
+        tesh_test::detour(__libtesh_libc_read, failing_read);
+        char buffer[16];
+        __libtesh_libc_getenv_from_proc("TESH_PROC", buffer, sizeof buffer);
+        return buffer[0] == 0 ? 0 : 1;
+    });
+    EXPECT_EQ(child.exit_code, 0);
 }
 
 TEST(proc_getenv, a_size_of_0_touches_nothing)

@@ -61,8 +61,10 @@ bool search(int32_t file, const wanted &want)
     bool skipping = false;
     for (;;) {
         const int64_t got = __libtesh_libc_read(file, block + held, block_bytes - held);
-        if (got <= 0)
-            break;
+        if (got < 0)
+            return false;
+        if (got == 0)
+            return held > 0 && take_if_wanted(want, block, held);
         const size_t end = held + static_cast<size_t>(got);
         size_t start = 0;
         for (size_t i = held; i < end; ++i) {
@@ -79,7 +81,6 @@ bool search(int32_t file, const wanted &want)
             held = 0;
         memcpy_forward(block, block + start, held);
     }
-    return held > 0 && take_if_wanted(want, block, held);
 }
 } // namespace
 
