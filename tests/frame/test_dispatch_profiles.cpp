@@ -21,6 +21,10 @@ constexpr char warning_avx[] =
     "Orvan Tesh WARNING: Support of Orvan(R) Advanced Vector Extensions (Orvan(R) AVX) enabled only "
     "processors has been deprecated. Orvan Tesh Numeric Library will use Orvan(R) Streaming SIMD "
     "Extensions 4.2 (Orvan(R) SSE4.2) instructions instead.\n";
+constexpr char warning_ssse3[] =
+    "Orvan Tesh WARNING: Support of Orvan(R) Supplemental Streaming SIMD Extensions 3 (Orvan(R) SSSE3) enabled only "
+    "processors has been deprecated. Orvan Tesh Numeric Library will use Orvan(R) Streaming SIMD 2 Extensions "
+    "(Orvan(R) SSE2) instructions instead.\n";
 constexpr char below_minimum[] =
     "Orvan Tesh FATAL ERROR: This system does not meet the minimum requirements for use of the Orvan(R) Tesh Numeric "
     "Library.\n"
@@ -205,6 +209,42 @@ void expect(const profile_row &profile, int limit, const name_row &name)
     EXPECT_EQ(got.table_row, row_of_type(stored));
 }
 
+// What the set call answers for a branch where best is the highest of the processor; 0 stands for another maker's.
+int set_answer(int best, int branch)
+{
+    if (branch <= 3)
+        return 0;
+    const bool between = (best == 12 && branch == 11) || (best == 14 && (branch == 11 || branch == 13));
+    return branch > best || between ? -3 : 0;
+}
+
+// Asks for every branch before detection, with and without the strict flag.
+void expect_set_answers(const profile_row &profile, int limit)
+{
+    constexpr int strict = 0x10000;
+    const int fine = profile.fine[limit];
+    const int best = !profile.maker || fine < 0 ? 0 : fines.at(fine).best_branch;
+    const auto child = tesh_test::on_processor(profile.name, {{"TESH_ENABLE_INSTRUCTIONS", limits[limit]}}, [&] {
+        for (int branch = 0; branch <= 16; ++branch) {
+            const int answer = branch == 16 ? -2 : set_answer(best, branch);
+            EXPECT_EQ(tesh_serv_cbwr_set(branch), answer) << branch;
+            EXPECT_EQ(tesh_serv_cbwr_set(strict | branch), branch < 2 ? -2 : answer) << branch;
+        }
+        EXPECT_EQ(tesh_serv_get_cpu_type(0), -1) << "the answers settle nothing";
+    });
+    if (profile.maker && fine < 0) { // the first branch that has to be held against the processor
+        EXPECT_EQ(child.exit_code, 1);
+        EXPECT_EQ(child.out, below_minimum);
+        return;
+    }
+    std::string warnings = profile.maker && limit == avx ? warning_avx : "";
+    for (const char *warning : {best >= 6 ? warning_ssse3 : "", best >= 9 ? warning_avx : ""})
+        warnings += std::string(warning) + warning;
+    EXPECT_EQ(child.err, warnings);
+    EXPECT_EQ(child.out, "");
+    EXPECT_EQ(child.exit_code, 0);
+}
+
 class dispatch_profiles : public testing::TestWithParam<int>
 {
 };
@@ -218,6 +258,15 @@ TEST_P(dispatch_profiles, every_limit_and_every_reproducibility_name)
             SCOPED_TRACE(std::string(profile.name) + " limit=" + limits[limit] + " cbwr=" + name.text);
             expect(profile, limit, name);
         }
+    }
+}
+
+TEST_P(dispatch_profiles, every_limit_and_every_branch_of_the_set_call)
+{
+    const profile_row &profile = profiles[GetParam()];
+    for (int limit = 0; limit < limit_count; ++limit) {
+        SCOPED_TRACE(std::string(profile.name) + " limit=" + limits[limit]);
+        expect_set_answers(profile, limit);
     }
 }
 
