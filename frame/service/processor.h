@@ -30,7 +30,7 @@ bool proc_getenv(const char *name, char *buffer, int64_t size);
 // 1 if the list (comma-separated, blanks around items ignored) holds `any` or this processor's twelve-character vendor.
 // Null stands for the list that the library was built with; an empty list is one, and trusts nobody.
 int32_t trusted_vendor_listed(const char *list);
-constexpr int32_t trusted_vendors_bytes = 1024; // room for a list [bytes]
+constexpr int32_t trusted_vendors_bytes = 4096; // room for the longest value that can be read at all [bytes]
 
 // ---- detect.cpp ----
 extern int32_t detect_vendor_answer; // the vendor test's, -1 until asked

@@ -56,7 +56,7 @@ TEST(trusted_vendors_default, stands_for_a_variable_that_is_not_read)
 {
     auto profile = tesh_test::profile_named("avx2");
     tesh_test::set_vendor(&profile, "AuthenticAMD");
-    tesh_test::on_processor(profile, {{"TESH_TRUSTED_VENDORS", std::string(1024, ',')}},
+    tesh_test::on_processor(profile, {{"TESH_TRUSTED_VENDORS", std::string(4096, ',')}},
                             [] { EXPECT_EQ(TESH_Orvan_CPU_True_Internal(), 1) << "too long for its buffer"; });
     tesh_test::on_processor(profile, {{"TESH_TRUSTED_VENDORS", "nobody"}}, [] {
         tesh_serv_set_envmode_variable(1);
