@@ -3,10 +3,13 @@
 // every branch. Detection and the setting are put in place of the real ones.
 #include <gtest/gtest.h>
 
+#include <iterator>
+
 #include "frame/service/processor.h"
 #include "frame/tesh_serv.h"
 #include "tests/support/child.h"
 #include "tests/support/detour.h"
+#include "tests/support/vcpu/in_process.h"
 
 namespace
 {
@@ -70,6 +73,32 @@ TEST(binding, every_branch_has_its_type_whatever_the_processor_is)
     for (const auto &row : rows) {
         expect_binding(row.branch, 9, 0, 0, row.type, row.vml_type);
         expect_binding(0x10000 | row.branch, 9, 0, 0, row.type, row.vml_type);
+    }
+}
+
+// The limit's code is held against the branch's number of another scale, and is then asked for as a fine number. On a processor
+// that has every level, the limits below win over the branches from the given one up, and over no others.
+TEST(binding, a_limit_wins_over_the_branches_of_higher_rank)
+{
+    struct {
+        const char *limit;
+        int32_t first_loser; // 16: none
+    } const rows[] = {{"SSE4_2", 16},    {"AVX", 16},       {"AVX2", 16},      {"AVX512", 10},
+                      {"AVX512_E1", 16}, {"AVX512_E2", 14}, {"AVX512_E3", 16}, {"AVX512_E4", 15},
+                      {"AVX2_E1", 15},   {"AVX512_E5", 16}, {"AVX10", 15}};
+    constexpr int32_t branches[] = {3, 4, 5, 6, 7, 8, 9, 10, 12, 14, 15};
+    constexpr int32_t vml_types[] = {2, 0, 0, 0, 0, 5, 5, 7, 9, 9, 19};
+    for (const auto &row : rows) {
+        for (size_t i = 0; i < std::size(branches); ++i) {
+            SCOPED_TRACE(testing::Message() << row.limit << ", branch " << branches[i]);
+            tesh_test::on_processor("avx10_2", {{"TESH_ENABLE_INSTRUCTIONS", row.limit}}, [&] {
+                number_found = 3; // no winner's branch stands for it
+                status_found = 0;
+                tesh_test::detour(__detect_real_cpu, detection);
+                tesh_cbwr = branches[i];
+                EXPECT_EQ(tesh_serv_vml_cpu_detect(), branches[i] >= row.first_loser ? 5 : vml_types[i]);
+            });
+        }
     }
 }
 

@@ -8,7 +8,9 @@
 #include <thread>
 #include <vector>
 
+#include "frame/service/processor.h"
 #include "frame/tesh_serv.h"
+#include "tests/support/detour.h"
 #include "tests/support/vcpu/in_process.h"
 #include "tests/support/vcpu/profiles.h"
 
@@ -322,6 +324,30 @@ TEST(amx, needs_the_systems_permission)
     expect_amx(profile, "", 1); // there already
     profile.refuse_arch_prctl = true;
     expect_amx(profile, "", 0); // no such call
+}
+
+namespace
+{
+// A system that refuses the request and yet shows the permission from then on.
+int64_t contradictory_system(int64_t code, uint64_t argument)
+{
+    constexpr int64_t ask_for = 0x1023;
+    static uint64_t components = 0;
+    if (code == ask_for) {
+        components = 1u << 18;
+        return -1;
+    }
+    *reinterpret_cast<uint64_t *>(argument) = components;
+    return 0;
+}
+} // namespace
+
+TEST(amx, needs_a_request_that_succeeds)
+{
+    on_processor("avx512_e5", {}, [] {
+        tesh_test::detour(processor_arch_prctl, contradictory_system);
+        EXPECT_EQ(tesh_serv_cpuhasamx(nullptr), 0);
+    });
 }
 
 TEST(amx, many_threads_get_one_answer)
