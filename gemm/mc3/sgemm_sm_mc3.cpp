@@ -67,6 +67,8 @@ inline void small_product(const char *transa, const char *transb, const int64_t 
                           const float *alpha, const float *a, const int64_t *lda, const float *b, const int64_t *ldb,
                           float *c, const int64_t *ldc)
 {
+    if (*alpha == 0.0f) // nothing to add, whatever A and B hold
+        return;
     if (is_plain(transa)) {
         if (is_plain(transb))
             small_product<depth, true, true>(*m, *n, *alpha, a, *lda, b, *ldb, c, *ldc);

@@ -284,6 +284,18 @@ TEST_F(mc3, small_forms_agree_with_the_definition_at_every_size)
                 }
 }
 
+TEST_F(mc3, small_forms_read_no_operand_for_alpha_zero)
+{
+    for (int64_t k = 1; k <= 10; ++k) {
+        const int64_t size = 5;
+        const float alpha = 0.0f, beta = 1.0f;
+        std::vector<float> c(25, 3.0f);
+        tesh_blas_mc3_xsgemm("N", "T", &size, &size, &k, &alpha, nullptr, &size, nullptr, &size, &beta, c.data(),
+                             &size);
+        EXPECT_EQ(c, std::vector<float>(25, 3.0f)) << k;
+    }
+}
+
 TEST_F(mc3, small_dispatch_does_nothing_beyond_depth_ten)
 {
     gemm_operands x({'N', 'N', 4, 4, 11, 1.0f, 1.0f});
