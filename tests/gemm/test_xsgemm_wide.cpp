@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The path routines of avx2 and avx512 against a double reference, and the bits of the reproducible mode.
 #include <cfenv>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 
@@ -31,31 +30,6 @@ protected:
         EXPECT_LE(worst.value, 1.0);
     }
     void check(const gemm_shape &s) { tesh_test::expect_gemm(routine, s, &worst); }
-    // Shapes drawn so that every road and every edge of the blocks comes up.
-    gemm_shape any_shape(tesh_test::random &r) const
-    {
-        const auto size = [&](std::int64_t most) {
-            const std::int64_t edges[] = {p.panel_m, p.panel_n, 72, 192, 384};
-            const std::int64_t near = edges[r.below(5)] + r.below(5) - 2;
-            return r.below(3) == 0 && near > 0 && near <= most ? near : 1 + r.below(r.below(4) == 0 ? most : 40);
-        };
-        gemm_shape s;
-        const char letters[] = {'N', 'n', 'T', 't', 'C', 'c'};
-        const float factors[] = {0.0f, 1.0f, -1.0f, 0.7f, 2.0f};
-        s.transa = letters[r.below(6)];
-        s.transb = letters[r.below(6)];
-        s.m = size(300);
-        s.n = size(300);
-        s.k = size(500);
-        s.alpha = factors[r.below(8) == 0 ? 0 : 1 + r.below(4)];
-        s.beta = factors[r.below(5)];
-        s.pad_a = r.below(4);
-        s.pad_b = r.below(4);
-        s.pad_c = r.below(4);
-        s.side = r.below(2) == 0 ? guard::at_end : guard::at_start;
-        s.shift_bytes = static_cast<std::size_t>(4 * r.below(16));
-        return s;
-    }
 };
 
 // What lies in a register beside the rows, columns and steps of an operand raises no flag against an infinite factor.
@@ -148,22 +122,6 @@ TEST_P(xsgemm_wide, refused_memory_still_gives_the_product)
             break;
         }
     }
-}
-
-TEST_P(xsgemm_wide, random_shapes)
-{
-    using clock = std::chrono::steady_clock;
-    const auto budget = tesh_test::in_long_set()     ? std::chrono::seconds(600)
-                        : tesh_test::in_medium_set() ? std::chrono::seconds(20)
-                                                     : std::chrono::seconds(1);
-    tesh_test::random r(77);
-    std::int64_t count = 0;
-    for (const auto end = clock::now() + budget; clock::now() < end; ++count) {
-        check(any_shape(r));
-        if (HasFatalFailure())
-            return;
-    }
-    std::printf("shapes: %lld\n", static_cast<long long>(count));
 }
 
 class xsgemm_strict : public xsgemm_wide
