@@ -2,7 +2,6 @@
 // C := alpha*A^T*B + beta*C with 2 to 15 columns and a depth that is long against them. Columns of A and B are
 // contiguous in depth, so that an element of C is a dot product of two contiguous vectors: tiles of 4 rows by 2 or 3
 // columns of C, one register of partial sums an element, added up at the end.
-#include "frame/path/path_util.h"
 #include "frame/path/vec_avx512.h"
 #include "gemm/sgemm_paths.h"
 
@@ -141,26 +140,21 @@ void sgemm_t_n23_b0(int64_t m, int64_t columns, int64_t k, const float *a, int64
 }
 } // namespace
 
-// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2. Every width goes over all of
-// A, so that rows come in runs which the second-level cache keeps from one width to the next.
+// Widths of 2 first, so that only 3s are left: none for n mod 3 = 0, two for 1, one for 2. Every width goes over the
+// whole of A.
 extern "C" void tesh_blas_avx512_sgemm_t_smalln(const char *, const char *, const int64_t *m, const int64_t *n,
                                                 const int64_t *k, const float *alpha, const float *a,
                                                 const int64_t *lda, const float *b, const int64_t *ldb,
                                                 const float *beta, float *c, const int64_t *ldc)
 {
-    constexpr int64_t run_bytes = 256 << 10;
-    const int64_t run = max_of(4, run_bytes / 4 / *k & ~INT64_C(3));
     const int64_t twos = (3 - *n % 3) % 3;
-    for (int64_t i = 0; i < *m; i += run) {
-        const int64_t rows = min_of(run, *m - i);
-        for (int64_t j = 0, width; j < *n; j += width) {
-            width = j < 2 * twos ? 2 : 3;
-            const float *const ai = a + i * *lda, *const bj = b + j * *ldb;
-            float *const cij = c + i + j * *ldc;
-            if (*beta == 0.0f)
-                sgemm_t_n23_b0(rows, width, *k, ai, *lda, bj, *ldb, cij, *ldc, *alpha);
-            else
-                sgemm_t_n23(rows, width, *k, ai, *lda, bj, *ldb, cij, *ldc, *alpha, *beta);
-        }
+    for (int64_t j = 0, width; j < *n; j += width) {
+        width = j < 2 * twos ? 2 : 3;
+        const float *const bj = b + j * *ldb;
+        float *const cj = c + j * *ldc;
+        if (*beta == 0.0f)
+            sgemm_t_n23_b0(*m, width, *k, a, *lda, bj, *ldb, cj, *ldc, *alpha);
+        else
+            sgemm_t_n23(*m, width, *k, a, *lda, bj, *ldb, cj, *ldc, *alpha, *beta);
     }
 }

@@ -78,8 +78,7 @@ TEST_F(sgemm_t_smalln, gaps_and_alignments)
     }
 }
 
-// More rows than one run holds: every run and every width finds its place.
-TEST_F(sgemm_t_smalln, many_rows_in_runs)
+TEST_F(sgemm_t_smalln, many_rows)
 {
     for (const std::int64_t k : {400, 20000})
         for (const std::int64_t n : {2, 7}) {
@@ -88,6 +87,13 @@ TEST_F(sgemm_t_smalln, many_rows_in_runs)
             if (!check(s))
                 return;
         }
+}
+
+TEST_F(sgemm_t_smalln, no_depth_scales_c)
+{
+    for (const float beta : {0.0f, 1.0f, 2.0f})
+        if (!check(dots(7, 5, 0, beta)))
+            return;
 }
 
 // The last steps of the depth are masked in the sums as well.
