@@ -1,13 +1,33 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Block sizes and scratch memory of the packed frame.
+#include <cstdlib>
 #include <cstring>
 
 #include "frame/tesh_serv.h"
 #include "tests/gemm/wide_paths.h"
+#include "tests/support/detour.h"
 
 namespace
 {
 using tesh_test::wide_path;
+
+// The allocator, played: notes every request, and has no more than a terabyte.
+struct request {
+    std::size_t bytes;
+    std::int32_t alignment;
+};
+std::vector<request> requests;
+std::vector<void *> given_back;
+void *play_allocate(std::size_t bytes, std::int32_t alignment)
+{
+    requests.push_back({bytes, alignment});
+    return bytes == 0 || bytes >> 40 != 0 ? nullptr : std::aligned_alloc(128, (bytes + 127) / 128 * 128);
+}
+void play_deallocate(void *pointer)
+{
+    given_back.push_back(pointer);
+    std::free(pointer);
+}
 
 std::uintptr_t place(const void *p)
 {
@@ -20,6 +40,16 @@ protected:
     const wide_path &p = *GetParam();
     const bool wide = p.name == "avx512";
 
+    static void SetUpTestSuite()
+    {
+        tesh_test::detour(tesh_serv_allocate, play_allocate);
+        tesh_test::detour(tesh_serv_deallocate, play_deallocate);
+    }
+    void SetUp() override
+    {
+        requests.clear();
+        given_back.clear();
+    }
     gemm_strategy strategy() const
     {
         gemm_strategy s = {};
@@ -146,10 +176,10 @@ TEST_P(sgemm_buffers, blocks_lie_behind_their_boundaries)
     for (const std::uint32_t mode : {1u, 2u, 3u, 4u}) {
         gemm_buffers b = of_mode(mode, bm, bn, bk);
         b.count = mode == 4 ? 3 : 1;
+        requests.clear();
         ASSERT_EQ(b.get_bufs(&b), 0);
         ASSERT_NE(b.base, nullptr);
         const std::uintptr_t base = place(b.base);
-        EXPECT_EQ(base % 128, 0u);
         const std::uintptr_t a_at = place(b.a_block.base), b_at = place(b.b_block.base);
         if (mode == 1 || mode == 3) {
             EXPECT_EQ(a_at % 0x200000, 1664u);
@@ -173,13 +203,18 @@ TEST_P(sgemm_buffers, blocks_lie_behind_their_boundaries)
                                         static_cast<std::uintptr_t>(bk * bn * 4 + 8960),
                                         static_cast<std::uintptr_t>((bm + bn) * bk * 4 + 4204928),
                                         static_cast<std::uintptr_t>((bk * bn * 4 + 8960) * 3 + 0x400000)};
+        ASSERT_EQ(requests.size(), 1u);
+        EXPECT_EQ(requests[0].bytes, sizes[mode]) << mode;
+        EXPECT_EQ(requests[0].alignment, 128);
         if (a_at != 0) {
             EXPECT_LE(a_at + static_cast<std::uintptr_t>(bm * bk * 4), base + sizes[mode]);
         }
         if (b_at != 0) {
             EXPECT_LE(b_at + static_cast<std::uintptr_t>(bn * bk * 4) * (mode == 4 ? 3 : 1), base + sizes[mode]);
         }
+        given_back.clear();
         b.free_bufs(&b);
+        EXPECT_EQ(given_back, std::vector<void *>{reinterpret_cast<void *>(base)});
         EXPECT_EQ(b.base, nullptr);
     }
 }
@@ -190,6 +225,7 @@ TEST_P(sgemm_buffers, unknown_mode_has_no_memory)
         gemm_buffers b = of_mode(mode, 96, 40, 130);
         EXPECT_EQ(b.get_bufs(&b), 1);
         EXPECT_EQ(b.base, nullptr);
+        EXPECT_TRUE(requests.empty());
     }
 }
 
@@ -231,7 +267,12 @@ TEST_P(sgemm_buffers, pack_header_tells_sizes_and_distance)
     const std::int64_t bm = 96, bn = 40, bk = 130;
     for (const std::uint32_t mode : {1u, 2u}) {
         gemm_buffers b = of_mode(mode, bm, bn, bk, true);
+        requests.clear();
         ASSERT_EQ(b.get_bufs(&b), 0);
+        ASSERT_EQ(requests.size(), 1u);
+        EXPECT_EQ(requests[0].bytes,
+                  static_cast<std::size_t>(mode == 1 ? bm * bk * 4 + 0x600700 : bk * bn * 4 + 0x600380));
+        EXPECT_EQ(requests[0].alignment, 128);
         const std::uintptr_t header = (place(b.base) + 127) / 128 * 128;
         ASSERT_EQ(place(b.pack_header), header);
         const char *block = static_cast<const char *>(mode == 1 ? b.a_block.base : b.b_block.base);
@@ -252,7 +293,11 @@ TEST_P(sgemm_buffers, several_blocks_begin_at_a_large_page)
     for (const std::uint32_t mode : {4u, 5u}) {
         gemm_buffers b = of_mode(mode, 96, 40, 130, true);
         b.count = 2;
+        requests.clear();
         ASSERT_EQ(b.get_bufs(&b), 0);
+        ASSERT_EQ(requests.size(), 1u);
+        EXPECT_EQ(requests[0].bytes,
+                  static_cast<std::size_t>((mode == 4 ? 130 * 40 * 4 + 8960 : 96 * 130 * 4 + 9856) * 2 + 0x400080));
         EXPECT_EQ(place(mode == 4 ? b.b_block.base : b.a_block.base), (place(b.base) + 0x1fffff) / 0x200000 * 0x200000);
         b.free_bufs(&b);
     }

@@ -252,5 +252,30 @@ TEST_P(sgemm_driver, packed_a_without_memory_for_b_falls_to_the_bufferless_produ
     tesh_test::expect_gemm_result(x, false, &worst);
 }
 
+// The road of a path routine by hand: strategy, kernel info, and the driver that stands in its slot.
+TEST_P(sgemm_driver, slots_of_the_initialisers_carry_the_product)
+{
+    const bool wide = p.name == "avx512";
+    for (const std::uint32_t a_policy : {0u, 2u, 16u}) {
+        for (const std::uint32_t order : {0u, 4u, 32u, 64u, 128u}) {
+            for (const char transa : {'N', 'T'}) {
+                gemm_operands x({transa, 'N', 2 * p.panel_m + 5, 2 * p.panel_n + 3, 50, 0.7f, 0.3f, 1, 2, 3});
+                records r = records_of(p, x, 0);
+                r.info = {};
+                gemm_strategy s;
+                (wide ? tesh_blas_avx512_sgemm_initialize_strategy : tesh_blas_avx2_sgemm_initialize_strategy)(&s);
+                s.a_policy = a_policy;
+                s.loop_order = order;
+                (wide ? tesh_blas_avx512_sgemm_initialize_kernel_info
+                      : tesh_blas_avx2_sgemm_initialize_kernel_info)(&r.op, &r.a, &r.b, &r.c, &s, &r.info);
+                r.info.driver(&r.op, &r.a, &r.b, &r.c, nullptr, &r.info);
+                tesh_test::expect_gemm_result(x, false, &worst);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(paths, sgemm_driver, testing::ValuesIn(tesh_test::wide_paths_to_run()), tesh_test::path_name);
 } // namespace
