@@ -84,6 +84,16 @@ TEST_P(xsgemm_wide, depths_around_the_blocks)
     }
 }
 
+// More rows than the largest row block, 10008 or 9984.
+TEST_P(xsgemm_wide, two_row_blocks)
+{
+    for (const char transa : {'N', 'T'}) {
+        check({transa, 'N', 10008 + p.panel_m + 3, 193, 21, 0.7f, 0.3f, 1, 2, 3});
+        if (HasFatalFailure())
+            return;
+    }
+}
+
 TEST_P(xsgemm_wide, nan_and_infinity_of_an_operand_reach_their_row_or_column_only)
 {
     for (const char transa : {'N', 'T'}) {
@@ -214,6 +224,21 @@ TEST_P(xsgemm_strict, bits_of_a_row_do_not_depend_on_its_place_or_on_m)
             }
         }
     }
+}
+
+TEST_P(xsgemm_strict, bits_of_a_row_are_the_same_in_the_second_row_block)
+{
+    const gemm_shape s{'N', 'N', 10008 + p.panel_m + 3, p.panel_n + 1, 400, 0.7f, 0.3f};
+    const gemm_operands whole(s), part(s);
+    whole.run(routine);
+    const std::int64_t lda = s.lda(), ldb = s.ldb(), ldc = s.ldc(), first = 9970, count = s.m - first;
+    routine(&s.transa, &s.transb, &count, &s.n, &s.k, &s.alpha, part.a.data() + first, &lda, part.b.data(), &ldb,
+            &s.beta, part.c.data() + first, &ldc);
+    for (std::int64_t j = 0; j < s.n; ++j)
+        ASSERT_EQ(std::memcmp(part.c.data() + j * ldc + first, whole.c.data() + j * ldc + first,
+                              static_cast<std::size_t>(count) * sizeof(float)),
+                  0)
+            << "column " << j;
 }
 
 TEST_P(xsgemm_strict, bits_do_not_depend_on_alignment_or_leading_dimension)
