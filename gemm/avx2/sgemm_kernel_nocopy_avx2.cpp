@@ -2,39 +2,19 @@
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
 // registers  full tile 16 x 6: 12 accumulators + 2 of A + 1 broadcast of B, 15 of 16
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step
-// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add even and odd steps apart
-// prefetch   the next tile's columns of B, every line once, and the next 16 rows of A; small blocks nothing
-// edges      rest rows by 8, then 4, 2, 1, each with registers of its width; a branch for each count of columns
+// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps apart
+// prefetch   the next tile's columns of B, every line once, and the next 16 rows of A, also where they go through the
+//            panel; small blocks nothing
+// edges      rest rows by 8, then 4, 2, 1, each with registers of its width, TN with several steps in a full register
+//            (sgemm_nocopy_narrow_avx2.h); a branch for each count of columns
 // measured   96 % of the multiply-add peak at 32 x 32 x 32 and at 64 x 64 x 64, NN (bench_sgemm --group small)
+#include "gemm/avx2/sgemm_nocopy_narrow_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
 #include "gemm/body/sgemm_nocopy_kernel_body.h"
 #include "gemm/sgemm_paths.h"
 
 namespace
 {
-template <class v_, int vecs_> struct whole_rows {
-    using v = v_;
-    static constexpr int vecs = vecs_, tile_n = 6;
-    int64_t ahead; // distance of the next row tile, or 0 [elements]
-    inline explicit whole_rows(int64_t m) : ahead(m > 16 ? 16 : 0) {}
-    // Only a full tile has another behind it in memory.
-    inline void fetch_next_rows(const float *a) const
-    {
-        if constexpr (vecs == 2)
-            _mm_prefetch(reinterpret_cast<const char *>(a + ahead), _MM_HINT_T0);
-    }
-    inline typename v::reg load(const float *x, int i) const { return v::load(x + i * v::width); }
-    inline void store(float *x, int i, typename v::reg value) const { v::store(x + i * v::width, value); }
-    inline typename v::reg factor(float x, int) const { return v::set1(x); }
-    inline void accumulate(typename v::reg (&z)[vecs], const typename v::reg (&x)[vecs], const float *y) const
-    {
-        const typename v::reg element = v::broadcast(y);
-#pragma GCC unroll 2
-        for (int i = 0; i < vecs; ++i)
-            v::accumulate(z[i], x[i], element);
-    }
-};
-
 // Four depth steps from l on, of 8 rows, into a panel of 16: fours of rows, two of them side by side in a register.
 template <class load> [[gnu::always_inline]] inline void transpose_steps(load four, float *panel)
 {
@@ -49,14 +29,21 @@ template <class load> [[gnu::always_inline]] inline void transpose_steps(load fo
     vec_avx2::store(panel + 32, _mm256_shuffle_ps(t1, t3, 0x44));
     vec_avx2::store(panel + 48, _mm256_shuffle_ps(t1, t3, 0xee));
 }
-// Steps beyond k come out as zeros: the panel has room for them.
-template <bool whole> inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda, float *panel)
+// Steps beyond k come out as zeros: the panel has room for them. While it goes, a line of each of the rows that lie ahead
+// can be fetched in sixteen steps.
+template <bool whole, bool fetches>
+inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda, float *panel, int64_t ahead)
 {
     const row_pointers<8, whole> p(a, lda, count);
     int64_t l = 0;
-    for (; l + 4 <= k; l += 4)
+    for (; l + 4 <= k; l += 4) {
+        if (fetches && l % 16 == 0)
+#pragma GCC unroll 8
+            for (int i = 0; i < 8; ++i)
+                fetch_read(p.at(i, l) + ahead);
         transpose_steps(
             [&](int i) __attribute__((always_inline)) { return _mm_loadu_ps(p.at(i, l)); }, panel + l * 16);
+    }
     if (l < k) {
         const __m128i valid = _mm256_castsi256_si128(vec_avx2::first(k - l));
         transpose_steps(
@@ -75,12 +62,40 @@ struct nocopy_avx2 {
             vec_avx2::store(panel + 8, vec_avx2::load(a + 8, m1));
         }
     }
-    static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
+    template <bool fetches>
+    static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel, int64_t ahead)
     {
         for (; rows >= 8; rows -= 8, a += 8 * lda, panel += 8)
-            transpose_rows<true>(8, k, a, lda, panel);
+            transpose_rows<true, fetches>(8, k, a, lda, panel, ahead);
         if (rows > 0)
-            transpose_rows<false>(rows, k, a, lda, panel);
+            transpose_rows<false, fetches>(rows, k, a, lda, panel, ahead);
+    }
+
+    // Less than 16 rows of op(A) from row i on where both operands are runs of depth.
+    template <beta_form form, class source>
+    [[gnu::noinline]] static void rest_of_dots(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s,
+                                               int64_t i, const float *b, int64_t ldb, const float *beta, float *c,
+                                               int64_t ldc)
+    {
+        if (m & 8) {
+            row_tile<whole_rows<lanes<8>, 1>, false, form>(8, n, k, alpha, s.tile(i, 8, true), s.depth_stride, b, ldb,
+                                                           beta, c, ldc);
+            i += 8;
+            c += 8;
+        }
+        const float *a = s.a + i * s.lda;
+        if (m & 4) {
+            paired_row_tile<4, form>(n, k, alpha, a, s.lda, s.panel, b, ldb, beta, c, ldc);
+            a += 4 * s.lda;
+            c += 4;
+        }
+        if (m & 2) {
+            paired_row_tile<2, form>(n, k, alpha, a, s.lda, s.panel, b, ldb, beta, c, ldc);
+            a += 2 * s.lda;
+            c += 2;
+        }
+        if (m & 1)
+            paired_row_tile<1, form>(n, k, alpha, a, s.lda, s.panel, b, ldb, beta, c, ldc);
     }
 
     template <bool b_transposed, beta_form form, class source>
@@ -88,12 +103,23 @@ struct nocopy_avx2 {
                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
         int64_t i = 0;
-        for (; m >= 16; i += 16, m -= 16, c += 16)
-            all_columns<whole_rows<lanes<8>, 2>, b_transposed, form>(
-                source::in_place ? m : 16, n, k, alpha, s.tile(i, 16), s.depth_stride, b, ldb, beta, c, ldc);
+        using full = whole_rows<lanes<8>, 2>;
+        for (; m >= 16; i += 16, m -= 16, c += 16) {
+            const float *const a = s.tile(i, 16, n < full::tile_n);
+            if constexpr (source::transposed)
+                if (s.large && n >= full::tile_n) {
+                    panel_columns<full, b_transposed, form>(s.behind(i, 16), s.lda, n, k, alpha, a, b, ldb, beta, c,
+                                                            ldc);
+                    continue;
+                }
+            all_columns<full, b_transposed, form>(source::in_place ? m : 16, n, k, alpha, a, s.depth_stride, b, ldb,
+                                                  beta, c, ldc);
+        }
         if (m == 0)
             return;
-        const float *a = s.tile(i, m);
+        if constexpr (source::transposed && !b_transposed)
+            return rest_of_dots<form>(m, n, k, alpha, s, i, b, ldb, beta, c, ldc);
+        const float *a = s.tile(i, m, true);
         if (m & 8) {
             row_tile<whole_rows<lanes<8>, 1>, b_transposed, form>(8, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
                                                                   ldc);

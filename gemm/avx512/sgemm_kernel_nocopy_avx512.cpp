@@ -2,8 +2,9 @@
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
 // registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
-// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add even and odd steps apart
-// prefetch   the next tile's columns of B, every line once, and the next 48 rows of A; small blocks nothing
+// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps apart
+// prefetch   the next tile's columns of B, every line once, and the next 48 rows of A, also where they go through the
+//            panel; small blocks nothing
 // edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns
 // measured   92 % of the multiply-add peak at 32 x 32 x 32, 94 % at 96 x 96 x 96, NN (bench_sgemm --group small)
 #include "gemm/avx512/sgemm_path_avx512.h"
@@ -29,7 +30,7 @@ template <int vecs_> struct masked_rows {
         if constexpr (vecs == 3) {
 #pragma GCC unroll 3
             for (int i = 0; i < 3; ++i)
-                _mm_prefetch(reinterpret_cast<const char *>(a + ahead + i * 16), _MM_HINT_T0);
+                fetch_read(a + ahead + i * 16);
         }
     }
     inline __m512 load(const float *x, int i) const
@@ -130,7 +131,9 @@ struct nocopy_avx512 {
             vec_avx512::store(panel + 32, vec_avx512::load(a + 32, m2));
         }
     }
-    static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
+    // Without fetching: where few columns meet long rows another road is taken.
+    template <bool>
+    static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel, int64_t)
     {
         for (; rows >= 16; rows -= 16, a += 16 * lda, panel += 16)
             transpose_rows<16, true>(16, k, a, lda, panel);
@@ -149,11 +152,18 @@ struct nocopy_avx512 {
         for (int64_t i = 0; i < m;) {
             const int64_t left = m - i;
             const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
+            if constexpr (source::transposed)
+                if (rows == panel_m && s.large && n >= masked_rows<3>::tile_n) {
+                    panel_columns<masked_rows<3>, b_transposed, form>(s.behind(i, rows), s.lda, n, k, alpha,
+                                                                      s.tile(i, rows, false), b, ldb, beta, c + i, ldc);
+                    i += rows;
+                    continue;
+                }
             (rows > 32   ? all_columns<masked_rows<3>, b_transposed, form>
              : rows > 16 ? all_columns<masked_rows<2>, b_transposed, form>
                          : all_columns<masked_rows<1>, b_transposed, form>)(source::in_place ? left : rows, n, k, alpha,
-                                                                            s.tile(i, rows), s.depth_stride, b, ldb,
-                                                                            beta, c + i, ldc);
+                                                                            s.tile(i, rows, false), s.depth_stride, b,
+                                                                            ldb, beta, c + i, ldc);
             i += rows;
         }
     }

@@ -68,4 +68,9 @@ template <> struct lanes<1> {
     static inline reg flip(reg x) { return -x; }
     static inline void accumulate(reg &z, reg x, reg y) { z = __builtin_fmaf(x, y, z); }
 };
+
+[[gnu::always_inline]] inline void fetch_read(const float *p)
+{
+    _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
+}
 } // namespace

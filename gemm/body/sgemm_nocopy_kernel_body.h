@@ -10,12 +10,14 @@
 //   panel_m             rows of a full tile, and the panel's width [elements]
 //   whole_columns       columns up to which badly lying A is still read in place
 //   row_tiles           the rows of a block, tile by tile
-//   copy, transpose     a row tile into the panel
+//   copy                a row tile into the panel
+//   transpose<fetches>  rows of op(A) that are runs of depth into the panel; fetches those that lie ahead
 // rows is a row tile:
 //   tile_n              columns of its tiles
 //   v, vecs             its registers
 #pragma once
 #include "frame/path/path_util.h"
+#include "gemm/body/sgemm_lanes.h"
 #include "gemm/sgemm_paths.h"
 
 namespace
@@ -69,7 +71,7 @@ template <int tile_n> struct b_fetch<tile_n, false> {
     inline void step(int l) const
     {
         if (l < tile_n / 2)
-            _mm_prefetch(reinterpret_cast<const char *>(now + l * ldb), _MM_HINT_T0);
+            fetch_read(now + l * ldb);
     }
     inline void group()
     {
@@ -89,20 +91,91 @@ template <int tile_n> struct b_fetch<tile_n, true> {
     inline void step(int l)
     {
         if (l % 2 == 0) {
-            _mm_prefetch(reinterpret_cast<const char *>(now), _MM_HINT_T0);
+            fetch_read(now);
             now += 2 * ldb;
         }
     }
     inline void group() {}
 };
 
+// Fetches the rows behind a row tile that stands in the panel, where they lie in the matrix as runs of depth: one line of
+// each in sixteen steps, half of the rows in each group of eight. So they come while the tile is multiplied, and not all
+// at once when they are transposed.
+template <int count> struct row_fetch {
+    const float *now, *next;
+    int64_t ld, back;
+    inline row_fetch(const float *a, int64_t lda)
+        : now(a), next(a + count / 2 * lda), ld(lda), back(16 - count / 2 * lda)
+    {
+    }
+    inline void step()
+    {
+#pragma GCC unroll 3
+        for (int i = 0; i < count / 16; ++i, now += ld)
+            fetch_read(now);
+    }
+    inline void group()
+    {
+        const float *const done = now + back;
+        now = next;
+        next = done;
+    }
+};
+
+// What a tile fetches in each of its steps, at a in A, and after each group of eight.
+struct no_fetch {
+    inline void step(int, const float *) {}
+    inline void group() {}
+};
+template <class rows, bool b_transposed> struct fetch_in_place {
+    const rows &r;
+    b_fetch<rows::tile_n, b_transposed> columns;
+    inline void step(int l, const float *a)
+    {
+        columns.step(l);
+        r.fetch_next_rows(a);
+    }
+    inline void group() { columns.group(); }
+};
+template <class rows, bool b_transposed> struct fetch_beside_panel {
+    row_fetch<rows::vecs * rows::v::width> next_rows;
+    b_fetch<rows::tile_n, b_transposed> columns;
+    inline void step(int l, const float *)
+    {
+        columns.step(l);
+        next_rows.step();
+    }
+    inline void group()
+    {
+        columns.group();
+        next_rows.group();
+    }
+};
+
+// Register i of the rows of a column of C: beta*C + alpha*x.
+template <beta_form form, class rows>
+[[gnu::always_inline]] inline void put(const rows &r, int i, float alpha, typename rows::v::reg x, const float *beta,
+                                       float *c)
+{
+    using v = typename rows::v;
+    if constexpr (form == beta_form::zero) {
+        r.store(c, i, v::mul(r.factor(alpha, i), x));
+    } else {
+        typename v::reg sum = r.load(c, i);
+        if constexpr (form == beta_form::other)
+            sum = v::mul(r.factor(*beta, i), sum);
+        v::accumulate(sum, r.factor(alpha, i), x);
+        r.store(c, i, sum);
+    }
+}
+
 constexpr int sums_in_flight = 8; // that keep two multipliers busy, of four cycles each
 
-// cols columns of a row tile; a_depth is the stride of a step. rows loads, accumulates and stores its registers, and
-// fetches the next row tile's.
-template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
-[[gnu::always_inline]] inline void nocopy_tile(const rows &r, int64_t k, float alpha, const float *a, int64_t a_depth,
-                                               const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+// cols columns of a row tile; a_depth is the stride of a step. rows loads, accumulates and stores its registers.
+template <class rows, int cols, bool b_transposed, beta_form form, class fetcher>
+[[gnu::always_inline]] inline void nocopy_tile(const rows &r, fetcher fetch, int64_t k, float alpha, const float *a,
+                                               int64_t a_depth, const float *b, int64_t ldb, const float *beta,
+                                               float *c, int64_t ldc)
 {
     using v = typename rows::v;
     constexpr int vecs = rows::vecs;
@@ -129,43 +202,45 @@ template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
         __asm__("" : "+r"(a));
         y.advance();
     };
-    b_fetch<rows::tile_n, b_transposed> fetch(b, ldb);
-    const auto eight_steps = [&](typename v::reg(&even)[cols][vecs], typename v::reg(&odd)[cols][vecs])
-        __attribute__((always_inline))
+    const auto eight_steps = [&](auto &&sums_of) __attribute__((always_inline))
     {
 #pragma GCC unroll 8
         for (int l = 0; l < 8; ++l) {
-            if constexpr (fetches) {
-                fetch.step(l);
-                r.fetch_next_rows(a);
-            }
-            step(l % 2 == 0 ? even : odd);
+            fetch.step(l, a);
+            step(sums_of(l));
         }
-        if constexpr (fetches)
-            fetch.group();
+        fetch.group();
     };
-    if constexpr (cols * vecs < sums_in_flight) {
-        // Too few sums to wait for each other: even and odd steps add up apart.
+    constexpr int sums = cols * vecs;
+    if constexpr (sums < sums_in_flight) {
+        // Too few sums to wait for each other: two, four or eight sets of them take turns.
+        constexpr int sets = sums >= sums_in_flight / 2 ? 2 : sums > 1 ? 4 : 8;
         if (k >= 16) {
-            typename v::reg odd[cols][vecs];
+            typename v::reg more[sets - 1][cols][vecs];
 #pragma GCC unroll 8
-            for (int j = 0; j < cols; ++j)
+            for (int s = 0; s < sets - 1; ++s)
+#pragma GCC unroll 8
+                for (int j = 0; j < cols; ++j)
 #pragma GCC unroll 4
-                for (int i = 0; i < vecs; ++i)
-                    odd[j][i] = v::zero();
+                    for (int i = 0; i < vecs; ++i)
+                        more[s][j][i] = v::zero();
 #pragma GCC unroll 1
             for (; k >= 8; k -= 8)
-                eight_steps(acc, odd);
+                eight_steps([&](int l) __attribute__((always_inline))->auto & {
+                    return l % sets == 0 ? acc : more[l % sets - 1];
+                });
 #pragma GCC unroll 8
-            for (int j = 0; j < cols; ++j)
+            for (int s = 0; s < sets - 1; ++s)
+#pragma GCC unroll 8
+                for (int j = 0; j < cols; ++j)
 #pragma GCC unroll 4
-                for (int i = 0; i < vecs; ++i)
-                    acc[j][i] = v::add(acc[j][i], odd[j][i]);
+                    for (int i = 0; i < vecs; ++i)
+                        acc[j][i] = v::add(acc[j][i], more[s][j][i]);
         }
     } else {
 #pragma GCC unroll 1
         for (; k >= 8; k -= 8)
-            eight_steps(acc, acc);
+            eight_steps([&](int) __attribute__((always_inline))->auto & { return acc; });
     }
 #pragma GCC unroll 1
     for (; k > 0; --k)
@@ -183,17 +258,8 @@ template <class rows, int cols, bool fetches, bool b_transposed, beta_form form>
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j, c += ldc)
 #pragma GCC unroll 4
-        for (int i = 0; i < vecs; ++i) {
-            if constexpr (form == beta_form::zero) {
-                r.store(c, i, v::mul(r.factor(alpha, i), acc[j][i]));
-            } else {
-                typename v::reg sum = r.load(c, i);
-                if constexpr (form == beta_form::other)
-                    sum = v::mul(r.factor(*beta, i), sum);
-                v::accumulate(sum, r.factor(alpha, i), acc[j][i]);
-                r.store(c, i, sum);
-            }
-        }
+        for (int i = 0; i < vecs; ++i)
+            put<form>(r, i, alpha, acc[j][i], beta, c);
 }
 
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
@@ -203,7 +269,7 @@ template <class rows, int cols, bool b_transposed, beta_form form>
 [[gnu::noinline]] void single_tile(int64_t m, int64_t, int64_t k, const float *alpha, const float *a, int64_t a_depth,
                                    const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
-    nocopy_tile<rows, cols, false, b_transposed, form>(rows(m), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+    nocopy_tile<rows, cols, b_transposed, form>(rows(m), no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
 
 // One row tile against the last columns, tile_n at most: each count of them has code of its own.
@@ -240,12 +306,14 @@ template <class rows, bool b_transposed, beta_form form>
     // A block that the first-level cache holds needs no fetching.
     if (max_of(m, n) * k > fetched_elements)
         for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
-            nocopy_tile<rows, tile_n, true, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+            nocopy_tile<rows, tile_n, b_transposed, form>(r, fetch_in_place<rows, b_transposed>{r, {b, ldb}}, k, *alpha,
+                                                          a, a_depth, b, ldb, beta, c, ldc);
     for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
-        nocopy_tile<rows, tile_n, false, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+        nocopy_tile<rows, tile_n, b_transposed, form>(r, no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
     if (n > 0)
         last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
+
 template <class rows, bool b_transposed, beta_form form>
 [[gnu::always_inline]] inline void row_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
                                             int64_t a_depth, const float *b, int64_t ldb, const float *beta, float *c,
@@ -254,6 +322,22 @@ template <class rows, bool b_transposed, beta_form form>
     if (n > rows::tile_n || n < 1)
         return all_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
     return last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+}
+
+// A full row tile in the panel against all columns, a tile of them at least. The first tile fetches the rows behind: they
+// lie lda apart, the first at next.
+template <class rows, bool b_transposed, beta_form form>
+[[gnu::noinline]] void panel_columns(const float *next, int64_t lda, int64_t n, int64_t k, const float *alpha,
+                                     const float *a, const float *b, int64_t ldb, const float *beta, float *c,
+                                     int64_t ldc)
+{
+    constexpr int tile_n = rows::tile_n, panel_m = rows::vecs * rows::v::width;
+    nocopy_tile<rows, tile_n, b_transposed, form>(rows(panel_m),
+                                                  fetch_beside_panel<rows, b_transposed>{{next, lda}, {b, ldb}}, k,
+                                                  *alpha, a, panel_m, b, ldb, beta, c, ldc);
+    if (n > tile_n)
+        row_tile<rows, b_transposed, form>(panel_m, n - tile_n, k, alpha, a, panel_m,
+                                           b + tile_n * (b_transposed ? 1 : ldb), ldb, beta, c + tile_n * ldc, ldc);
 }
 
 // The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are
@@ -289,25 +373,30 @@ template <int count> struct row_pointers<count, true> {
 
 // Where a row tile lies: in the matrix, or copied into the panel when it comes to be used.
 struct rows_in_place {
-    static constexpr bool in_place = true;
+    static constexpr bool in_place = true, transposed = false;
     const float *a;
     int64_t depth_stride;
-    inline const float *tile(int64_t i, int64_t) const { return a + i; }
+    inline const float *tile(int64_t i, int64_t, bool) const { return a + i; }
 };
-template <class p, bool transposed> struct rows_in_panel {
-    const float *a;
-    int64_t lda, k;
-    float *panel;
-    static constexpr bool in_place = false;
+template <class p, bool transposed_> struct rows_in_panel {
+    static constexpr bool in_place = false, transposed = transposed_;
     static constexpr int64_t depth_stride = p::panel_m;
-    inline const float *tile(int64_t i, int64_t rows) const
+    const float *a;
+    int64_t lda, m, k;
+    bool large; // too large for the first-level cache: what comes next is fetched
+    float *panel;
+    inline const float *tile(int64_t i, int64_t rows, bool fetches) const
     {
-        if constexpr (transposed)
-            p::transpose(rows, k, a + i * lda, lda, panel);
-        else
+        if constexpr (!transposed)
             p::copy(rows, k, a + i, lda, panel);
+        else if (large && fetches)
+            p::template transpose<true>(rows, k, a + i * lda, lda, panel, behind(i, rows) - (a + i * lda));
+        else
+            p::template transpose<false>(rows, k, a + i * lda, lda, panel, 0);
         return panel;
     }
+    // The rows behind some, or the first ones of the next depth block.
+    inline const float *behind(int64_t i, int64_t rows) const { return a + (i + rows < m ? (i + rows) * lda : k); }
 };
 
 // The panel lies on a page boundary of the stack. It is touched from its upper end downwards, a page at a time, so that
@@ -323,7 +412,8 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
     for (int64_t at = bytes; at > 0; at -= page)
         *static_cast<volatile char *>(memory + at) = 0;
     char *const panel = memory + (-reinterpret_cast<intptr_t>(memory) & (page - 1));
-    const rows_in_panel<p, a_transposed> source = {a, lda, k, reinterpret_cast<float *>(panel)};
+    const rows_in_panel<p, a_transposed> source = {
+        a, lda, m, k, max_of(m, n) * k > fetched_elements, reinterpret_cast<float *>(panel)};
     p::template row_tiles<b_transposed, form>(m, n, k, alpha, source, b, ldb, beta, c, ldc);
 }
 

@@ -34,10 +34,6 @@ struct scale_times {
 {
     __builtin_prefetch(p, 1, 3);
 }
-[[gnu::always_inline]] inline void fetch_read(const float *p)
-{
-    _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
-}
 constexpr int line = 64 / 4;         // [elements] of a cache line
 constexpr int write_ahead = 512 / 4; // [elements] fetched of the destination ahead of the store
 constexpr int read_ahead = 64 / 4;   // [elements] fetched ahead of each stream
