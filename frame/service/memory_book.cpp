@@ -33,6 +33,14 @@ void mm_cleanup_thread_cbk(void *value)
     mm_unlock_exclusive();
 }
 
+// The finalizer deletes the keys, but works once. Keys that were made after it go here: the thread library must not keep
+// a destructor whose code is unloaded.
+[[gnu::destructor]] void delete_keys()
+{
+    tesh_tls_destroy(&mm_tid);
+    tesh_tls_destroy(&mm_tepoch);
+}
+
 struct vector_place {
     int32_t vector; // index of the vector
     int64_t first;  // slot index of its first slot

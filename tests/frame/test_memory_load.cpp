@@ -126,6 +126,26 @@ TEST(shared_library, does_not_grow_the_process_over_a_thousand_lives)
     EXPECT_EQ(result.exit_code, 0) << result.err;
 }
 
+// The finalizer works once. Keys that are made after it must still not outlive the code of their destructors.
+TEST(shared_library, used_after_its_finalizer_leaves_no_thread_destructor_behind)
+{
+    const auto result = run_forked([] {
+        const footprint before = now();
+        bool good = true;
+        std::thread([&] {
+            void *const library = dlopen(library_file, RTLD_NOW | RTLD_LOCAL);
+            symbol<void (*)()>(library, "tesh_serv_finalize")();
+            good = product_is_right(symbol<sgemm_fn>(library, "cblas_sgemm"));
+            const auto allocate = symbol<allocate_fn>(library, "tesh_serv_allocate");
+            symbol<deallocate_fn>(library, "tesh_serv_deallocate")(allocate(3000, 64));
+            symbol<void (*)()>(library, "tesh_serv_free_buffers")(); // nothing else does
+            good = dlclose(library) == 0 && good;
+        }).join(); // ends after the library is gone
+        return good && now().key == before.key ? 0 : 1;
+    });
+    EXPECT_EQ(result.exit_code, 0) << "signal " << result.signal << result.err;
+}
+
 TEST(shared_library, leaves_no_fork_handler_and_no_thread_destructor_behind)
 {
     const auto result = run_forked([] {
