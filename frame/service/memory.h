@@ -75,7 +75,7 @@ extern book mm_book;
 // What a thread knows of itself; number 0: not registered.
 struct thread_info {
     int32_t epoch;  // the book's epoch when the number was given
-    int32_t number; // 1 and above
+    int32_t number; // 1 and above; below 0 within mm_held_alloc and mm_held_free
 };
 
 // ---- thread keys (memory_book.cpp) ----
@@ -95,6 +95,12 @@ inline int32_t mm_thread_number()
 inline int32_t mm_thread_epoch()
 {
     return static_cast<int32_t>(reinterpret_cast<intptr_t>(thread_key_value(mm_tepoch)));
+}
+
+// The thread was called back, by a raw allocator, out of an operation that holds the book: it must not wait for the book.
+inline bool mm_within_held_call()
+{
+    return mm_thread_number() < 0;
 }
 
 inline thread_info mm_thread_info()
@@ -134,6 +140,11 @@ inline void mm_lock_own_word(int32_t *word)
         mm_lock_word_wait(word);
 }
 
+// Raw allocators called with the book held. A program's own may come back into the library from there: it asks for the
+// buffers because memory has run out, or it ends the process.
+void *mm_held_alloc(void *(*allocator)(size_t size), size_t size);
+void mm_held_free(void (*allocator)(void *pointer), void *pointer);
+
 inline bool mm_has_own_word(int32_t number)
 {
     return static_cast<uint32_t>(number) - 1u < static_cast<uint32_t>(lock_word_count);
@@ -163,7 +174,7 @@ inline void mm_release_slot(bank_record **record_address)
         mm_unlock_shared(number);
 }
 
-// The calling thread's slot, registered if need be, by the general way. The book is not held.
+// The calling thread's slot, registered if need be, by the general way; null within a held call.
 bank_record **mm_own_slot_general();
 
 // The calling thread's slot, registered if need be. The usual case, a registered thread with a number up to 1024 and a

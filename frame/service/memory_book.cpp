@@ -23,6 +23,8 @@ int32_t mm_vector_lock;
 void mm_cleanup_thread_cbk(void *value)
 {
     const auto number = static_cast<int32_t>(reinterpret_cast<intptr_t>(value));
+    if (number < 0)
+        return; // it ends out of a raw allocator, and never lets the book go
     const auto epoch = thread_key_ready(mm_tepoch) ? reinterpret_cast<intptr_t>(thread_key_value(mm_tepoch)) : 0;
     bank_record **const slot =
         mm_account_ptr_by_tid(number, static_cast<int32_t>(epoch), account_exclusive | account_no_vector);
@@ -69,7 +71,7 @@ void **raw_address_of(thread_slot *vector)
 
 thread_slot *make_vector(int64_t slots)
 {
-    void *const raw = sys_alloc(vector_bytes(slots));
+    void *const raw = mm_held_alloc(sys_alloc, vector_bytes(slots));
     if (raw == nullptr)
         return nullptr;
     const uint64_t first_page = reinterpret_cast<uint64_t>(raw) & ~(page_bytes - 1);
@@ -102,7 +104,7 @@ thread_slot *ensure_vector(const vector_place &place)
 
 bank_record *make_record()
 {
-    void *const block = sys_alloc(sizeof(bank_record));
+    void *const block = mm_held_alloc(sys_alloc, sizeof(bank_record));
     if (block != nullptr)
         memset(block, 0, sizeof(bank_record));
     return static_cast<bank_record *>(block);
@@ -113,6 +115,12 @@ int32_t number_count_now()
     return __atomic_load_n(&mm_book.number_count, __ATOMIC_ACQUIRE);
 }
 
+bool set_thread_number(int32_t number)
+{
+    return thread_key_ready(mm_tid) &&
+           pthread_setspecific(mm_tid.key, reinterpret_cast<void *>(static_cast<intptr_t>(number))) == 0;
+}
+
 // Gives the calling thread a new number; 0 if the keys cannot hold it.
 int32_t register_thread()
 {
@@ -120,9 +128,7 @@ int32_t register_thread()
     if (pthread_setspecific(mm_tepoch.key, reinterpret_cast<void *>(epoch)) != 0)
         return 0;
     const int32_t number = __atomic_add_fetch(&mm_book.number_count, 1, __ATOMIC_ACQ_REL);
-    if (pthread_setspecific(mm_tid.key, reinterpret_cast<void *>(static_cast<intptr_t>(number))) != 0)
-        return 0;
-    return number;
+    return set_thread_number(number) ? number : 0;
 }
 
 void release_held(int32_t number, int32_t flags)
@@ -151,7 +157,7 @@ void give_back_vectors()
 {
     for (thread_slot *&vector : mm_book.vectors) {
         if (vector != nullptr)
-            sys_free(*raw_address_of(vector));
+            mm_held_free(sys_free, *raw_address_of(vector));
         vector = nullptr;
     }
 }
@@ -198,9 +204,29 @@ bank_record **mm_account_ptr_by_tid(int32_t number, int32_t epoch, int32_t flags
     return mm_find_held(number, epoch, flags);
 }
 
+// The thread's number is below 0 meanwhile.
+void *mm_held_alloc(void *(*allocator)(size_t size), size_t size)
+{
+    const int32_t number = mm_thread_number();
+    set_thread_number(-1 - number);
+    void *const block = allocator(size);
+    set_thread_number(number);
+    return block;
+}
+
+void mm_held_free(void (*allocator)(void *pointer), void *pointer)
+{
+    const int32_t number = mm_thread_number();
+    set_thread_number(-1 - number);
+    allocator(pointer);
+    set_thread_number(number);
+}
+
 bank_record **mm_own_slot_general()
 {
     const thread_info self = mm_thread_info();
+    if (self.number < 0)
+        return nullptr;
     return mm_account_ptr_by_tid(self.number, self.epoch, account_create);
 }
 
@@ -222,7 +248,7 @@ int32_t mm_free_all_banks(bank_record **record_address, int32_t mode)
         ++blocks;
         __atomic_store_n(&record->user[i], uint64_t{0}, __ATOMIC_RELAXED);
         record->base[i] = record->size[i] = record->capacity[i] = 0;
-        sys_deallocate(reinterpret_cast<void *>(base));
+        mm_held_free(sys_deallocate, reinterpret_cast<void *>(base));
     }
     mm_stat_add(-bytes, -blocks);
     if (!stayed) {
@@ -231,7 +257,7 @@ int32_t mm_free_all_banks(bank_record **record_address, int32_t mode)
             return 0;
         mm_gc_add(record->block_bytes, record->block_count);
         __atomic_store_n(record_address, static_cast<bank_record *>(nullptr), __ATOMIC_RELEASE);
-        sys_free(record);
+        mm_held_free(sys_free, record);
         return 1;
     }
     if (mode >= 2) {
@@ -283,6 +309,8 @@ void tesh_serv_free_buffers(void)
 {
     tesh_serv_call_sycl_destructors();
     mm_init();
+    if (mm_within_held_call())
+        return;
     mm_lock_exclusive();
     bool all_freed = true;
     walk_slots([&](thread_slot &slot, int64_t) {
@@ -301,7 +329,7 @@ void tesh_serv_free_buffers(void)
 void tesh_serv_thread_free_buffers(void)
 {
     const thread_info self = mm_thread_info();
-    if (self.number == 0)
+    if (self.number <= 0)
         return;
     bank_record **const slot = mm_account_ptr_by_tid(self.number, self.epoch, account_find);
     if (slot == nullptr)
@@ -314,6 +342,9 @@ void tesh_serv_thread_free_buffers(void)
 int64_t tesh_serv_mem_stat(int32_t *count)
 {
     if (count == nullptr)
+        return 0;
+    *count = 0;
+    if (mm_within_held_call())
         return 0;
     int64_t bytes;
     int32_t blocks;

@@ -65,12 +65,12 @@ void *renew_bank(bank_record &record, int32_t i, uint64_t size, uint64_t alignme
         void *const block = reinterpret_cast<void *>(record.base[i]);
         mm_stat_add(-static_cast<int64_t>(record.capacity[i]), -1);
         clear_bank(record, i);
-        sys_deallocate(block);
+        mm_held_free(sys_deallocate, block);
     }
     record.size[i] = size;
     __atomic_store_n(&record.in_use[i], uint64_t{1}, __ATOMIC_RELAXED);
     const uint64_t need = size + alignment;
-    void *const block = sys_allocate(need);
+    void *const block = mm_held_alloc(sys_allocate, need);
     if (block == nullptr)
         return nullptr;
     record.base[i] = reinterpret_cast<uint64_t>(block);

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What the memory manager does when the raw allocator refuses a request: each request in turn, and all from one on.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "tests/frame/memory_view.h"
+#include "tests/support/child.h"
 #include "tests/support/failing_memory.h"
 
 namespace
@@ -15,6 +18,7 @@ using namespace memory_view;
 using namespace tesh_memory;
 namespace failing_memory = tesh_test::failing_memory;
 using failing_memory::refusal;
+using tesh_test::run_forked;
 
 class failing : public testing::Test
 {
@@ -210,5 +214,58 @@ TEST_F(failing, any_single_request_or_all_from_it_on_can_be_refused)
         }
         EXPECT_GE(met, 10);
     }
+}
+
+void ask_for_buffers()
+{
+    tesh_serv_free_buffers();
+    tesh_serv_thread_free_buffers();
+    tesh_serv_free(tesh_serv_malloc(10, 64));
+    int32_t blocks;
+    tesh_serv_mem_stat(&blocks);
+}
+
+constexpr unsigned child_limit_s = 20; // a child that waits for itself is ended by SIGALRM
+
+TEST_F(failing, an_allocator_may_ask_the_library_for_its_buffers)
+{
+    const auto result = run_forked([] {
+        alarm(child_limit_s);
+        int64_t met = 0;
+        for (int64_t n = 1;; ++n) {
+            tesh_serv_free_buffers();
+            failing_memory::interrupt(n, ask_for_buffers);
+            on_new_thread(one_of_everything);
+            tesh_serv_free_buffers();
+            if (!failing_memory::interrupted())
+                break;
+            ++met;
+            failing_memory::interrupt(0);
+            tesh_serv_free_buffers();
+            if (failing_memory::blocks_out() != 0 || mm_book.global != 0)
+                return 1;
+        }
+        return met > 20 && !HasFailure() ? 0 : 2;
+    });
+    EXPECT_EQ(result.exit_code, 0) << "signal " << result.signal << result.out;
+}
+
+TEST_F(failing, an_allocator_may_end_the_process)
+{
+    constexpr int own_code = 7;
+    int64_t met = 0;
+    for (int exit_code = own_code; exit_code == own_code; ++met) {
+        const auto result = run_forked([&] {
+            alarm(child_limit_s);
+            failing_memory::interrupt(met + 1, [] { exit(own_code); });
+            on_new_thread(one_of_everything);
+            tesh_serv_free_buffers();
+            failing_memory::interrupt(0);
+            return 0;
+        });
+        ASSERT_EQ(result.signal, 0) << "request " << met + 1;
+        exit_code = result.exit_code;
+    }
+    EXPECT_GT(met, 20);
 }
 } // namespace

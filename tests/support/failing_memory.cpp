@@ -11,8 +11,18 @@ namespace
 {
 std::atomic<std::int64_t> request_count{0}, refuse_from{INT64_MAX}, refuse_to{INT64_MAX}, refusals{0}, out{0};
 
+std::atomic<std::int64_t> calls_to_action{0};
+void (*pending_action)();
+
+void maybe_act()
+{
+    if (calls_to_action > 0 && --calls_to_action == 0)
+        pending_action();
+}
+
 bool granted()
 {
+    maybe_act();
     const std::int64_t request = ++request_count;
     if (request < refuse_from || request > refuse_to)
         return true;
@@ -43,6 +53,7 @@ void *take_again(void *old, std::size_t size)
 
 void give_back(void *block)
 {
+    maybe_act();
     out -= block != nullptr;
     std::free(block);
 }
@@ -70,6 +81,17 @@ void failing_memory::refuse(std::int64_t n, refusal how)
     refuse_to = how == refusal::once ? refuse_from.load() : INT64_MAX;
     refusals = 0;
     request_count = 0;
+}
+
+void failing_memory::interrupt(std::int64_t n, void (*action)())
+{
+    pending_action = action;
+    calls_to_action = n;
+}
+
+bool failing_memory::interrupted()
+{
+    return pending_action != nullptr && calls_to_action == 0;
 }
 
 bool failing_memory::refused()

@@ -23,6 +23,10 @@ enum class refusal { once, from_there_on };
 
 // The n-th request from now on is refused, 1 being the next; 0: none. Starts the counts below anew.
 void refuse(std::int64_t n, refusal how = refusal::once);
+// The n-th request or give-back from now on, counted together, calls action before it is served; 0: none.
+void interrupt(std::int64_t n, void (*action)() = nullptr);
+bool interrupted(); // whether it has come to that
+
 bool refused();          // whether a request was refused since
 std::int64_t requests(); // [count] requests since, refused ones included
 
