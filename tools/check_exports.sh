@@ -46,5 +46,10 @@ for name in $(nm -D --defined-only "$library" | awk '$2 == "W" {print $3}'); do 
     grep -qx "$name" "$work/dynamic" || complain "weak, but not bound by dynamic symbol: $name"
 done
 
+# The archive: what is not exported has a prefix that no program uses.
+for name in $(nm -g --defined-only "$build/libtesh.a" | awk 'NF == 3 {print $3}' | LC_ALL=C sort -u | LC_ALL=C comm -23 - "$work/object" | grep -v '^tesh_'); do
+    complain "visible in the archive: $name"
+done
+
 [ "$failures" -eq 0 ] && echo "check_exports: passed ($(wc -l <"$work/object") symbols)"
 exit $((failures > 0))

@@ -17,6 +17,7 @@ general='lzcnt|tzcnt|movbe|adcx|adox'
 
 while IFS= read -r object; do
     name=${object#"$root"/}
+    [ -e "$(dirname "$0")/../${name%.o}" ] || continue # of a source that is gone
     path=$(echo "$name" | grep -oE '/(def|cnr_def|def_zen|def_bdz|mc3|avx2|avx512)/' | tr -d / || true)
     code=$(objdump -d --no-show-raw-insn -M intel "$object" | awk -F'\t' 'NF >= 2 {print $2}')
     case "$path" in

@@ -26,7 +26,7 @@ void *words(const char *text)
 
 TEST(load, without_a_readable_directory_ends_a_program_linked_with_the_archive)
 {
-    const std::string program = TESH_BUILD_DIR "/tests/frame_child_own_handler";
+    const std::string program = TESH_BUILD_DIR "/tests/frame_child_archive_own_handler";
     const auto result = tesh_test::run_program(
         {"/bin/sh", "-c", "d=$(mktemp -d) && cd \"$d\" && rmdir \"$d\" && exec \"$0\"", program});
     EXPECT_EQ(result.exit_code, 2);
