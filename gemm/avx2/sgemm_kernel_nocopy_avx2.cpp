@@ -71,31 +71,24 @@ struct nocopy_avx2 {
             transpose_rows<false, fetches>(rows, k, a, lda, panel, ahead);
     }
 
-    // Less than 16 rows of op(A) from row i on where both operands are runs of depth.
-    template <beta_form form, class source>
-    [[gnu::noinline]] static void rest_of_dots(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s,
-                                               int64_t i, const float *b, int64_t ldb, const float *beta, float *c,
-                                               int64_t ldc)
+    // Less than 8 rows of op(A), where both operands are runs of depth.
+    template <beta_form form>
+    [[gnu::noinline]] static void rest_of_dots(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                               int64_t lda, float *panel, const float *b, int64_t ldb,
+                                               const float *beta, float *c, int64_t ldc)
     {
-        if (m & 8) {
-            row_tile<whole_rows<lanes<8>, 1>, false, form>(8, n, k, alpha, s.tile(i, 8, true), s.depth_stride, b, ldb,
-                                                           beta, c, ldc);
-            i += 8;
-            c += 8;
-        }
-        const float *a = s.a + i * s.lda;
         if (m & 4) {
-            paired_row_tile<4, form>(n, k, alpha, a, s.lda, s.panel, b, ldb, beta, c, ldc);
-            a += 4 * s.lda;
+            paired_row_tile<4, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);
+            a += 4 * lda;
             c += 4;
         }
         if (m & 2) {
-            paired_row_tile<2, form>(n, k, alpha, a, s.lda, s.panel, b, ldb, beta, c, ldc);
-            a += 2 * s.lda;
+            paired_row_tile<2, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);
+            a += 2 * lda;
             c += 2;
         }
         if (m & 1)
-            paired_row_tile<1, form>(n, k, alpha, a, s.lda, s.panel, b, ldb, beta, c, ldc);
+            paired_row_tile<1, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);
     }
 
     template <bool b_transposed, beta_form form, class source>
@@ -107,7 +100,7 @@ struct nocopy_avx2 {
         for (; m >= 16; i += 16, m -= 16, c += 16) {
             const float *const a = s.tile(i, 16, n < full::tile_n);
             if constexpr (source::transposed)
-                if (s.large && n >= full::tile_n) {
+                if (n >= full::tile_n && s.large()) {
                     panel_columns<full, b_transposed, form>(s.behind(i, 16), s.lda, n, k, alpha, a, b, ldb, beta, c,
                                                             ldc);
                     continue;
@@ -117,14 +110,19 @@ struct nocopy_avx2 {
         }
         if (m == 0)
             return;
-        if constexpr (source::transposed && !b_transposed)
-            return rest_of_dots<form>(m, n, k, alpha, s, i, b, ldb, beta, c, ldc);
-        const float *a = s.tile(i, m, true);
+        constexpr bool dots = source::transposed && !b_transposed;
+        const float *a = dots && m < 8 ? nullptr : s.tile(i, dots ? 8 : m, true);
         if (m & 8) {
             row_tile<whole_rows<lanes<8>, 1>, b_transposed, form>(8, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
                                                                   ldc);
             a += 8;
             c += 8;
+            i += 8;
+        }
+        if constexpr (dots) {
+            if (m & 7)
+                rest_of_dots<form>(m, n, k, alpha, s.a + i * s.lda, s.lda, s.panel, b, ldb, beta, c, ldc);
+            return;
         }
         if (m & 4) {
             row_tile<whole_rows<lanes<4>, 1>, b_transposed, form>(4, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,

@@ -152,18 +152,19 @@ struct nocopy_avx512 {
         for (int64_t i = 0; i < m;) {
             const int64_t left = m - i;
             const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
+            const float *const tile = s.tile(i, rows, false);
             if constexpr (source::transposed)
-                if (rows == panel_m && s.large && n >= masked_rows<3>::tile_n) {
-                    panel_columns<masked_rows<3>, b_transposed, form>(s.behind(i, rows), s.lda, n, k, alpha,
-                                                                      s.tile(i, rows, false), b, ldb, beta, c + i, ldc);
+                if (rows == panel_m && n >= masked_rows<3>::tile_n && s.large()) {
+                    panel_columns<masked_rows<3>, b_transposed, form>(s.behind(i, rows), s.lda, n, k, alpha, tile, b,
+                                                                      ldb, beta, c + i, ldc);
                     i += rows;
                     continue;
                 }
             (rows > 32   ? all_columns<masked_rows<3>, b_transposed, form>
              : rows > 16 ? all_columns<masked_rows<2>, b_transposed, form>
                          : all_columns<masked_rows<1>, b_transposed, form>)(source::in_place ? left : rows, n, k, alpha,
-                                                                            s.tile(i, rows, false), s.depth_stride, b,
-                                                                            ldb, beta, c + i, ldc);
+                                                                            tile, s.depth_stride, b, ldb, beta, c + i,
+                                                                            ldc);
             i += rows;
         }
     }

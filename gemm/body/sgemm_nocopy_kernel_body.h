@@ -382,14 +382,15 @@ template <class p, bool transposed_> struct rows_in_panel {
     static constexpr bool in_place = false, transposed = transposed_;
     static constexpr int64_t depth_stride = p::panel_m;
     const float *a;
-    int64_t lda, m, k;
-    bool large; // too large for the first-level cache: what comes next is fetched
+    int64_t lda, m, n, k;
     float *panel;
+    // Too large for the first-level cache: what comes next is fetched.
+    inline bool large() const { return max_of(m, n) * k > fetched_elements; }
     inline const float *tile(int64_t i, int64_t rows, bool fetches) const
     {
         if constexpr (!transposed)
             p::copy(rows, k, a + i, lda, panel);
-        else if (large && fetches)
+        else if (fetches && large())
             p::template transpose<true>(rows, k, a + i * lda, lda, panel, behind(i, rows) - (a + i * lda));
         else
             p::template transpose<false>(rows, k, a + i * lda, lda, panel, 0);
@@ -412,8 +413,7 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
     for (int64_t at = bytes; at > 0; at -= page)
         *static_cast<volatile char *>(memory + at) = 0;
     char *const panel = memory + (-reinterpret_cast<intptr_t>(memory) & (page - 1));
-    const rows_in_panel<p, a_transposed> source = {
-        a, lda, m, k, max_of(m, n) * k > fetched_elements, reinterpret_cast<float *>(panel)};
+    const rows_in_panel<p, a_transposed> source = {a, lda, m, n, k, reinterpret_cast<float *>(panel)};
     p::template row_tiles<b_transposed, form>(m, n, k, alpha, source, b, ldb, beta, c, ldc);
 }
 
