@@ -59,10 +59,15 @@ template <> struct lanes<1> {
     using reg = float;
     static constexpr int width = 1;
     static inline reg zero() { return 0.0f; }
-    static inline reg load(const float *p) { return *p; }
-    static inline void store(float *p, reg x) { *p = x; }
+    static inline reg load(const float *p) // at any byte
+    {
+        reg x;
+        __builtin_memcpy(&x, p, sizeof x);
+        return x;
+    }
+    static inline void store(float *p, reg x) { __builtin_memcpy(p, &x, sizeof x); }
     static inline reg set1(float x) { return x; }
-    static inline reg broadcast(const float *p) { return *p; }
+    static inline reg broadcast(const float *p) { return load(p); }
     static inline reg add(reg x, reg y) { return x + y; }
     static inline reg mul(reg x, reg y) { return x * y; }
     static inline reg flip(reg x) { return -x; }

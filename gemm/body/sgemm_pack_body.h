@@ -87,7 +87,7 @@ template <> struct transpose_block<1> {
     template <class scale, bool whole>
     static inline void run(const float *source, int64_t, float *panel, int64_t, int, scale s)
     {
-        *panel = s.template apply<lanes<1>>(*source);
+        *panel = s.template apply<lanes<1>>(lanes<1>::load(source));
     }
 };
 
@@ -96,8 +96,8 @@ template <> struct transpose_block<2> {
     static inline void run(const float *source, int64_t ld, float *panel, int64_t w, int steps, scale s)
     {
         for (int l = 0; l < (whole ? 2 : steps); ++l) {
-            panel[l * w] = s.template apply<lanes<1>>(source[l]);
-            panel[l * w + 1] = s.template apply<lanes<1>>(source[l + ld]);
+            panel[l * w] = s.template apply<lanes<1>>(lanes<1>::load(source + l));
+            panel[l * w + 1] = s.template apply<lanes<1>>(lanes<1>::load(source + l + ld));
         }
     }
 };
