@@ -437,6 +437,73 @@ TEST_F(sgemv, reproducible_forms_give_the_same_bits_at_every_alignment)
     }
 }
 
+// Peeled loads and rotated lanes do not show: only the shape and the increments decide the order of the sums.
+TEST_F(sgemv, wide_paths_give_the_same_bits_at_every_address_and_leading_dimension)
+{
+    for (const path_row &row : rows()) {
+        if (row.sgemv != tesh_blas_avx2_xsgemv && row.sgemv != tesh_blas_avx512_xsgemv)
+            continue;
+        for (const char trans : {'N', 'T'}) {
+            for (const std::int64_t m : {1, 3, 4, 7, 8, 15, 16, 17, 24, 31, 48, 49, 64, 97, 130, 192, 193, 400, 1100}) {
+                for (const std::int64_t n : {3, 8, 23, 50}) {
+                    sgemv_problem p;
+                    p.trans = trans;
+                    p.m = m;
+                    p.n = n;
+                    p.alpha = 0.7f;
+                    p.incy = n == 23 ? 2 : 1;
+                    const sgemv_operands first(p, 5);
+                    first.call(p, row.sgemv);
+                    for (const std::int64_t extra : {(16 - m % 16) % 16, std::int64_t(1), (24 - m % 16) % 16}) {
+                        for (std::size_t shift = 0; shift < 64; shift += extra == 1 ? 20 : 4) {
+                            sgemv_problem moved = p;
+                            moved.shift_bytes = shift;
+                            moved.extra_lda = extra;
+                            const sgemv_operands o(moved, 5);
+                            o.call(moved, row.sgemv);
+                            for (std::int64_t i = 0; i < p.y_count(); ++i)
+                                ASSERT_EQ(o.y[i], first.y[i]) << row.name << ' ' << moved.text() << ' ' << i;
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Not transposed, y takes one fused multiply-add a column, in the order of the columns. avx2 may split few rows into
+// several sums.
+TEST_F(sgemv, columns_are_added_one_by_one_with_one_rounding)
+{
+    for (const path_row &row : rows()) {
+        const bool wide = row.sgemv == tesh_blas_avx512_xsgemv;
+        if (!wide && row.sgemv != tesh_blas_avx2_xsgemv)
+            continue;
+        for (const std::int64_t m : {1, 4, 8, 13, 16, 30, 32, 48, 50, 100, 129, 192, 200, 500}) {
+            for (const std::int64_t n : {1, 3, 4, 7, 16, 19, 61}) {
+                for (const std::int64_t inc : {1, 2}) {
+                    if (!wide && (m <= 40 || inc != 1))
+                        continue;
+                    sgemv_problem p;
+                    p.m = m;
+                    p.n = n;
+                    p.alpha = 0.7f;
+                    p.beta = 0.3f;
+                    p.incx = p.incy = inc;
+                    const sgemv_operands o(p, 3), before(p, 3);
+                    o.call(p, row.sgemv);
+                    for (std::int64_t i = 0; i < m; ++i) {
+                        float expected = before.y[i] * p.beta;
+                        for (std::int64_t j = 0; j < n; ++j)
+                            expected = std::fma(before.a(i, j), p.alpha * before.x[j], expected);
+                        ASSERT_EQ(o.y[i], expected) << row.name << ' ' << p.text() << " element " << i;
+                    }
+                }
+            }
+        }
+    }
+}
+
 // An infinite factor meets no zero of a masked lane: what is outside the operands raises no flag.
 TEST_F(sgemv, rest_lanes_raise_no_flag)
 {

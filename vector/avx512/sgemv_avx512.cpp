@@ -4,7 +4,9 @@
 // A:   rounds of 4 columns over pieces of 16 rows of y, which are gathered and scattered where y is strided.
 // A^T: rounds of 4 columns, one accumulator of 16 lanes each. The product of row 0 opens the chain of row 1, and rows 1,
 //      17, 33, ... make the first chain. Two rounds run together where there are so many, as chains of one column do not
-//      hide the latency of the multiply-add.
+//      hide the latency of the multiply-add. Columns of at most 8 rows share registers, with the same chains.
+//
+// No sum depends on the address of an operand.
 #include "frame/path/path_util.h"
 #include "vector/body/sgemv_columns.h"
 #include "vector/body/sgemv_frame.h"
@@ -79,26 +81,31 @@ struct one_element {
     }
 };
 
-// y += alpha*A*x for a strided y, gathered and scattered once.
+// y += alpha*A*x for a strided y: gathered, as much of it as the kernel holds in registers, and scattered.
 template <class access_type> [[gnu::noinline]] void add_product_strided(const sgemv_call &call)
 {
     const access_type access(call.incy);
-    constexpr int64_t panel = 128; // rows in 8 registers
-    int64_t i = 0;
-    for (; i + panel <= call.m; i += panel)
-        add_rows<masked_avx512, 8, false>(call.n, call.alpha, call.a + i, call.lda, call.x, call.incx,
-                                          call.y + i * access.inc, access, 16);
-    for (; i < call.m; i += 16)
-        add_rows<masked_avx512, 1, true>(call.n, call.alpha, call.a + i, call.lda, call.x, call.incx,
-                                         call.y + i * access.inc, access, min_of(16, call.m - i));
+    constexpr int64_t panel = most_pieces * 16; // rows
+    alignas(64) float rows_of_y[panel];
+    for (int64_t i = 0; i < call.m; i += panel) {
+        const int64_t rows = min_of(call.m - i, panel);
+        float *const y = call.y + i * access.inc;
+        for (int64_t r = 0; r < rows; r += 16)
+            vec_avx512::store(rows_of_y + r, access.load(y + r * access.inc, vec_avx512::first(min_of(16, rows - r))));
+        add_product_by_rows<masked_avx512>(rows, call.n, call.alpha, call.a + i, call.lda, call.x, call.incx,
+                                           rows_of_y);
+        for (int64_t r = 0; r < rows; r += 16)
+            access.store(y + r * access.inc, vec_avx512::load(rows_of_y + r), vec_avx512::first(min_of(16, rows - r)));
+    }
 }
 
 // How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
 // 0 in the register that holds it, so that loads can stand at register boundaries.
 struct row_pieces {
-    __mmask16 row_1;        // the lane of row 1
-    int64_t opening_at;     // the first register, of rows from 1 on [rows]
-    __mmask16 opening;      // its lanes, perhaps none
+    int64_t lead;
+    __mmask16 row_1;        // its lane
+    __mmask16 opening;      // lanes of the first register that hold rows from 1 on, perhaps none
+    bool opening_in_bounds; // the whole of the first register lies within the column
     int64_t whole, rest_at; // rows from whole to rest_at - 1 fill whole registers
     __mmask16 rest;         // lanes behind them, perhaps none
     int64_t ahead;          // columns are asked for so far ahead, or not [elements]
@@ -107,9 +114,10 @@ struct row_pieces {
 inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
 {
     row_pieces rows;
+    rows.lead = lead;
     rows.row_1 = static_cast<__mmask16>(1u << ((lead + 1) % 16));
-    rows.opening_at = -lead;
     rows.opening = static_cast<__mmask16>((0xfffeu << lead) & vec_avx512::first(min_of(16, m + lead)));
+    rows.opening_in_bounds = lead == 0 && m >= 16;
     rows.whole = 16 - lead;
     const int64_t behind = max_of(m - rows.whole, 0);
     rows.rest_at = rows.whole + behind / 16 * 16;
@@ -118,42 +126,53 @@ inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
     return rows;
 }
 
-// The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ..., of rows 2, 18, 34, ..., and so on. Row 0
-// opens the first of them. sets: accumulators of a column.
+// The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ... in lane 1, of rows 2, 18, 34, ... in lane 2,
+// and so on. Row 0 opens the first of them. sets: accumulators of a column.
 template <int columns, int sets, class access_type>
 [[gnu::always_inline]] inline void column_chains(const row_pieces &rows, const float *a, int64_t lda, const float *x,
                                                  const access_type &access, __m512 *chain)
 {
-    const float *column[columns];
+    // Kept from being made one pointer for every column, carried from round to round: there are no registers for them.
+    __asm__("" : "+r"(a), "+r"(lda));
+    constexpr int groups = (columns + 3) / 4;
+    const float *group[groups]; // columns are reached from every fourth
+#pragma GCC unroll 4
+    for (int g = 0; g < groups; ++g)
+        group[g] = a + 4 * g * lda;
+    const auto column = [&](int c, int64_t i) { return group[c / 4] + c % 4 * lda + i; };
     __m512 sum[sets][columns];
-    const auto row_0 = [&](const float *p) { return _mm512_maskz_broadcastss_ps(rows.row_1, _mm_set_ss(load_one(p))); };
-    const __m512 x0 = row_0(x);
-#pragma GCC unroll 8
-    for (int c = 0; c < columns; ++c) {
-        column[c] = a + c * lda;
-        sum[0][c] = _mm512_mul_ps(row_0(column[c]), x0);
-        for (int s = 1; s < sets; ++s)
-            sum[s][c] = _mm512_setzero_ps();
-    }
-    if (rows.ahead != 0) {
-#pragma GCC unroll 8
-        for (int c = 0; c < columns; ++c)
-            masked_avx512::prefetch(column[c] + rows.ahead);
-    }
     const auto add_masked = [&](int64_t i, __mmask16 lanes) {
         const __m512 xv = access.load(x + i * access.inc, lanes);
 #pragma GCC unroll 8
         for (int c = 0; c < columns; ++c)
-            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column[c] + i, lanes), xv, sum[0][c], lanes);
+            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column(c, i), lanes), xv, sum[0][c], lanes);
     };
+    const __m512 x_0 = _mm512_set1_ps(load_one(x));
+#pragma GCC unroll 8
+    for (int c = 0; c < columns; ++c) {
+        sum[0][c] = _mm512_maskz_mul_ps(rows.row_1, x_0, _mm512_set1_ps(load_one(column(c, 0))));
+        for (int s = 1; s < sets; ++s)
+            sum[s][c] = _mm512_setzero_ps();
+    }
+    if (rows.opening_in_bounds) {
+        const __m512 xv = access.load(x);
+#pragma GCC unroll 8
+        for (int c = 0; c < columns; ++c)
+            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column(c, 0)), xv, sum[0][c], rows.opening);
+    } else {
+        add_masked(-rows.lead, rows.opening);
+    }
+    if (rows.ahead != 0) {
+#pragma GCC unroll 8
+        for (int c = 0; c < columns; ++c)
+            masked_avx512::prefetch(column(c, rows.ahead));
+    }
     const auto add_whole = [&](int s, int64_t i) {
         const __m512 xv = access.load(x + i * access.inc);
 #pragma GCC unroll 8
         for (int c = 0; c < columns; ++c)
-            sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column[c] + i), xv, sum[s][c]);
+            sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column(c, i)), xv, sum[s][c]);
     };
-    if (rows.opening != 0)
-        add_masked(rows.opening_at, rows.opening);
     int64_t i = rows.whole;
 #pragma GCC unroll 1
     for (; sets > 1 && i + 16 * sets <= rows.rest_at; i += 16 * sets) {
@@ -165,13 +184,20 @@ template <int columns, int sets, class access_type>
     for (; i < rows.rest_at; i += 16)
         add_whole(0, i);
     if (rows.rest != 0)
-        add_masked(rows.rest_at, rows.rest);
+        add_masked(i, rows.rest);
 #pragma GCC unroll 8
     for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 4
         for (int s = 1; s < sets; ++s)
             sum[0][c] = _mm512_add_ps(sum[0][c], sum[s][c]);
         chain[c] = sum[0][c];
+    }
+    if (rows.lead != 0) { // row i back to lane i % 16, so that the lanes are summed in the same order at every address
+        const __m512i lane = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+        const __m512i from = _mm512_add_epi32(lane, _mm512_set1_epi32(static_cast<int>(rows.lead)));
+#pragma GCC unroll 8
+        for (int c = 0; c < columns; ++c)
+            chain[c] = _mm512_permutexvar_ps(from, chain[c]);
     }
 }
 
@@ -186,69 +212,141 @@ inline __m512 sum_quarters(const __m512 *chain)
 }
 
 // Lane c: the sum of chain[c].
-template <int columns> inline __m256 sum_lanes(const __m512 *chain)
+template <int columns> inline __m512 sum_lanes(const __m512 *chain)
 {
     if constexpr (columns == 8) {
         const __m512 low = sum_quarters(chain), high = sum_quarters(chain + 4);
         const __m512 halves =
             _mm512_add_ps(_mm512_shuffle_f32x4(low, high, 0x88), _mm512_shuffle_f32x4(low, high, 0xdd));
-        return _mm512_castps512_ps256(
-            _mm512_add_ps(_mm512_shuffle_f32x4(halves, halves, 0x08), _mm512_shuffle_f32x4(halves, halves, 0x0d)));
+        return _mm512_add_ps(_mm512_shuffle_f32x4(halves, halves, 0x08), _mm512_shuffle_f32x4(halves, halves, 0x0d));
     } else {
         __m512 four[4];
         for (int c = 0; c < 4; ++c)
             four[c] = c < columns ? chain[c] : _mm512_setzero_ps();
         const __m512 quarters = sum_quarters(four);
         const __m512 halves = _mm512_add_ps(quarters, _mm512_shuffle_f32x4(quarters, quarters, 0xb1));
-        return _mm512_castps512_ps256(_mm512_add_ps(halves, _mm512_shuffle_f32x4(halves, halves, 0x4e)));
+        return _mm512_add_ps(halves, _mm512_shuffle_f32x4(halves, halves, 0x4e));
     }
 }
 
-// Some columns of y += alpha*A^T*x, from column j on.
-template <int columns, int sets, class access_type>
-[[gnu::always_inline]] inline void add_dots(int64_t j, const row_pieces &rows, const sgemv_call &call,
-                                            const access_type &access)
+// y += alpha*dots for some columns. No masks: y may be loaded again soon.
+template <int columns> inline void add_to_y(__m512 dots, float alpha, float *y, int64_t incy)
 {
-    __m512 chain[columns];
-    column_chains<columns, sets>(rows, call.a + j * call.lda, call.lda, call.x, access, chain);
-    const __m256 dots = sum_lanes<columns>(chain);
-    float *y = call.y + j * call.incy;
-    if (call.incy == 1) {
-        const __mmask8 lanes = static_cast<__mmask8>((1u << columns) - 1u);
-        const __m256 old = _mm256_maskz_loadu_ps(lanes, y);
-        _mm256_mask_storeu_ps(y, lanes, _mm256_maskz_fmadd_ps(lanes, _mm256_set1_ps(call.alpha), dots, old));
+    if (incy == 1 && columns >= 4) {
+        if constexpr (columns == 16)
+            _mm512_storeu_ps(y, _mm512_fmadd_ps(_mm512_set1_ps(alpha), dots, _mm512_loadu_ps(y)));
+        else if constexpr (columns == 8)
+            _mm256_storeu_ps(y,
+                             _mm256_fmadd_ps(_mm256_set1_ps(alpha), _mm512_castps512_ps256(dots), _mm256_loadu_ps(y)));
+        else
+            _mm_storeu_ps(y, _mm_fmadd_ps(_mm_set1_ps(alpha), _mm512_castps512_ps128(dots), _mm_loadu_ps(y)));
         return;
     }
-    float dot[8];
-    _mm256_storeu_ps(dot, dots);
-    for (int c = 0; c < columns; ++c, y += call.incy)
-        store_one(y, __builtin_fmaf(call.alpha, dot[c], load_one(y)));
+    float dot[16];
+    _mm512_storeu_ps(dot, dots);
+    for (int c = 0; c < columns; ++c, y += incy)
+        store_one(y, __builtin_fmaf(alpha, dot[c], load_one(y)));
 }
+
+// The columns of y += alpha*A^T*x whose chains fit into four registers, each column in a quarter of one (at most 4 rows) or
+// in a half (at most 8), as often as there are so many. Returns the columns done. x has m lanes.
+template <int per_register> [[gnu::noinline]] int64_t add_brief_dots(const sgemv_call &call, __m512 x)
+{
+    constexpr int width = 16 / per_register, columns = 4 * per_register; // lanes of a column, columns of a round
+    constexpr unsigned lowest = per_register == 4 ? 0x1111u : 0x0101u;   // the first lane of each column
+    const __mmask16 row_0 = lowest, row_1 = lowest << 1;
+    const __mmask16 rows = vec_avx512::first(call.m);
+    const __mmask16 behind_row_0 = static_cast<__mmask16>((rows * lowest) & ~lowest);
+    const __m512 repeated = per_register == 4 ? _mm512_shuffle_f32x4(x, x, 0x00) : _mm512_shuffle_f32x4(x, x, 0x44);
+    const bool dense = call.m == width && call.lda == width;
+    const int64_t ahead = prefetch_distance(call.n, call.lda);
+    const __m512i in_order = per_register == 4 ? _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15)
+                                               : _mm512_setr_epi32(0, 8, 1, 9, 2, 10, 3, 11, 0, 8, 1, 9, 2, 10, 3, 11);
+    const auto load_columns = [&](const float *a) {
+        if (dense)
+            return _mm512_loadu_ps(a);
+        if (ahead != 0) {
+#pragma GCC unroll 4
+            for (int c = 0; c < per_register; ++c)
+                masked_avx512::prefetch(a + c * call.lda + ahead);
+        }
+        if constexpr (per_register == 4) {
+            const __mmask8 lanes = static_cast<__mmask8>(rows);
+            const __m128 a_0 = _mm_maskz_loadu_ps(lanes, a), a_1 = _mm_maskz_loadu_ps(lanes, a + call.lda);
+            const __m128 a_2 = _mm_maskz_loadu_ps(lanes, a + 2 * call.lda);
+            const __m128 a_3 = _mm_maskz_loadu_ps(lanes, a + 3 * call.lda);
+            const __m256 low = _mm256_insertf128_ps(_mm256_castps128_ps256(a_0), a_1, 1);
+            const __m256 high = _mm256_insertf128_ps(_mm256_castps128_ps256(a_2), a_3, 1);
+            return _mm512_insertf32x8(_mm512_castps256_ps512(low), high, 1);
+        } else {
+            const __mmask8 lanes = static_cast<__mmask8>(rows);
+            const __m256 a_0 = _mm256_maskz_loadu_ps(lanes, a), a_1 = _mm256_maskz_loadu_ps(lanes, a + call.lda);
+            return _mm512_insertf32x8(_mm512_castps256_ps512(a_0), a_1, 1);
+        }
+    };
+    int64_t j = 0;
+#pragma GCC unroll 1
+    for (; j + columns <= call.n; j += columns) {
+        __m512 chain[4];
+#pragma GCC unroll 4
+        for (int r = 0; r < 4; ++r) {
+            const __m512 a = load_columns(call.a + (j + r * per_register) * call.lda);
+            const __m512 start = _mm512_maskz_permute_ps(row_1, _mm512_maskz_mul_ps(row_0, a, repeated), 0x00);
+            chain[r] = masked_avx512::mul_add(a, repeated, start, behind_row_0);
+        }
+        __m512 dots = sum_quarters(chain);
+        if (per_register == 2)
+            dots = _mm512_add_ps(dots, _mm512_shuffle_f32x4(dots, dots, 0xb1));
+        add_to_y<columns>(_mm512_permutexvar_ps(in_order, dots), call.alpha, call.y + j * call.incy, call.incy);
+    }
+    return j;
+}
+
+template <int n> struct number {
+    static constexpr int value = n;
+};
 
 // y += alpha*A^T*x.
 template <class access_type> [[gnu::noinline]] void add_product_transposed(const sgemv_call &call)
 {
     const access_type access(call.incx);
-    const bool columns_share_alignment = call.lda % 16 == 0 && word_aligned(call.a);
-    const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(call.a) % 64 / sizeof(float));
-    const row_pieces rows = cut_rows(call.m, call.n, call.lda,
-                                     columns_share_alignment ? in_front
-                                     : call.m <= 16          ? 0
-                                                             : 15);
-    int64_t j = 0;
+    const int64_t lda = call.lda, incy = call.incy;
+    const float alpha = call.alpha, *const x = call.x, *a = call.a;
+    float *y = call.y;
+    int64_t n = call.n;
+    if (call.m <= 8) {
+        const __m512 x_rows = access.load(x, vec_avx512::first(call.m));
+        const int64_t done = call.m <= 4 ? add_brief_dots<4>(call, x_rows) : add_brief_dots<2>(call, x_rows);
+        n -= done;
+        a += done * lda;
+        y += done * incy;
+        if (n == 0)
+            return;
+    }
+    const bool columns_share_alignment = lda % 16 == 0 && word_aligned(a);
+    const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(a) % 64 / sizeof(float));
+    row_pieces rows = cut_rows(call.m, n, lda, columns_share_alignment ? in_front : 0);
+    // columns: of a round, sets: accumulators of each.
+    const auto add_dots = [&](auto columns_type, auto sets_type) [[gnu::always_inline]] {
+        constexpr int columns = columns_type.value, sets = sets_type.value;
+        __m512 chain[columns];
+        column_chains<columns, sets>(rows, a, lda, x, access, chain);
+        add_to_y<columns>(sum_lanes<columns>(chain), alpha, y, incy);
+        n -= columns;
+        a += columns * lda;
+        y += columns * incy;
+    };
 #pragma GCC unroll 1
-    for (; j + 8 <= call.n; j += 8)
-        add_dots<8, 1>(j, rows, call, access);
-    if (j + 4 <= call.n) {
-        add_dots<4, 1>(j, rows, call, access);
-        j += 4;
-    }
-    if (j + 2 <= call.n) {
-        add_dots<2, 2>(j, rows, call, access);
-        j += 2;
-    }
-    if (j < call.n)
-        add_dots<1, 4>(j, rows, call, access);
+    while (n >= 8)
+        add_dots(number<8>(), number<1>());
+    if (n >= 4)
+        add_dots(number<4>(), number<1>());
+    if (n > 0 && rows.lead != 0) // which rows meet in an accumulator of several may not depend on the address
+        rows = cut_rows(call.m, n, lda, 0);
+    if (n >= 2)
+        add_dots(number<2>(), number<2>());
+    if (n > 0)
+        add_dots(number<1>(), number<4>());
 }
 inline void add_transposed(const sgemv_call &call)
 {

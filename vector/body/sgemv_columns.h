@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // y += alpha * A * x on the paths whose traits have masks (v is masked_avx2 or masked_avx512), in rounds of 4 columns.
 //
-// short y   stays in registers over all columns, 8 registers at a time; A alone is read. A register of y has one chain of
-//           multiply-adds, or as many as hide their latency: then they are added at the end.
-// long y    two rounds of columns in one pass over y, so that A is read in long runs. Each element takes one fused
-//           multiply-add a column, in the order of the columns.
+// short y   stays in registers over all columns, 12 registers at a time; A alone is read.
+// long y    two rounds of columns in one pass over y, so that A is read in long runs.
+//
+// Each element of y takes one fused multiply-add a column, in the order of the columns: its bits depend on nothing else.
+// Where v::chains allows it, a short y of few registers has more chains of them, which are added at the end and hide the
+// latency; then the order depends on m alone.
 #pragma once
 #include "vector/body/element.h"
 
@@ -19,122 +21,133 @@ inline int64_t prefetch_distance(int64_t n, int64_t lda)
     return n > columns ? columns * lda : 0; // [elements]
 }
 
-// Rows in front of the first register boundary of the operand that has most to gain: A where its columns share their
-// alignment, else y. Few rows are not worth a masked piece of their own.
-template <class v> inline int64_t rows_to_register_boundary(int64_t m, const float *a, int64_t lda, const float *y)
+// Rows in front of the first register boundary of A, if its columns share their alignment. Few rows are not worth a masked
+// piece of their own, and their chains may not depend on it.
+template <class v> inline int64_t rows_to_register_boundary(int64_t m, const float *a, int64_t lda)
 {
-    constexpr int64_t fewest = 4 * v::width; // [elements]
-    constexpr int bytes = v::width * sizeof(float);
-    const float *const leading = lda % v::width == 0 ? a : y;
-    return m < fewest || !word_aligned(leading) ? 0 : elements_to<bytes>(leading, m);
+    constexpr int64_t fewest = 6 * v::width + 1; // [elements]
+    return m < fewest || lda % v::width != 0 || !word_aligned(a) ? 0 : elements_to<v::width * sizeof(float)>(a, m);
 }
 
-// pieces registers of y over all columns, of which the last one holds last_rows rows and is masked if those are fewer than
-// its width. Elements of x stand incx apart; y is reached by access.
-template <class v, int pieces, bool masked, class access_type>
-inline void add_rows(int64_t n, float alpha, const float *a, int64_t lda, const float *x, int64_t incx, float *y,
-                     const access_type &access, int64_t last_rows)
+// A panel of y += alpha * A * x: rows that stay in registers over all n columns.
+struct row_panel {
+    int64_t n; // columns
+    float alpha;
+    const float *a;
+    int64_t lda;
+    const float *x;
+    int64_t incx;
+    float *y;          // contiguous
+    int64_t head_rows; // in the first register
+    int64_t last_rows; // in the last one
+};
+enum class masked { none, last, both_ends }; // registers of a panel that may not be full
+
+// pieces registers of y. All but the masked ones are full.
+template <class v, int pieces, masked ends> [[gnu::noinline]] void add_rows(const row_panel &panel)
 {
     constexpr int round_columns = 4;
-    constexpr int whole = masked ? pieces - 1 : pieces;
-    constexpr int chains = pieces <= 3 ? 4 : pieces <= v::pieces_of_two_chains ? 2 : 1; // 8 in all hide the latency
-    constexpr int end = pieces - 1, end_offset = end * v::width;
-    const typename v::mask last = v::first(last_rows);
-    const int64_t piece_span = v::width * access.inc, ahead = prefetch_distance(n, lda);
+    constexpr int chains = v::chains(pieces);
+    constexpr int begin = ends == masked::both_ends ? 1 : 0, end = ends == masked::none ? pieces : pieces - 1;
+    constexpr bool brief = ends != masked::none && pieces * v::width <= most_brief;
+    const typename v::mask first = v::first(begin == 1 ? panel.head_rows : v::width), last = v::first(panel.last_rows);
+    // Of the first register at the front, and of all that follow it.
+    const int64_t shift = begin == 1 ? panel.head_rows - v::width : 0;
+    const float *a = panel.a, *x = panel.x;
+    float *const y = panel.y;
+    const int64_t lda = panel.lda, incx = panel.incx, ahead = brief ? prefetch_distance(panel.n, lda) : 0;
     typename v::reg sum[chains][pieces];
-#pragma GCC unroll 8
-    for (int p = 0; p < whole; ++p)
-        sum[0][p] = access.load(y + p * piece_span);
-    if (masked)
-        sum[0][end] = access.load(y + end * piece_span, last);
+    if (begin == 1)
+        sum[0][0] = v::load(y, first);
+#pragma GCC unroll 12
+    for (int p = begin; p < end; ++p)
+        sum[0][p] = v::load(y + shift + p * v::width);
+    if (end < pieces)
+        sum[0][end] = v::load_rows(y + shift + end * v::width, panel.last_rows);
 #pragma GCC unroll 4
     for (int chain = 1; chain < chains; ++chain) {
-#pragma GCC unroll 8
+#pragma GCC unroll 12
         for (int p = 0; p < pieces; ++p)
             sum[chain][p] = v::zero();
     }
-    const auto add_column = [&](int chain) {
-        const typename v::reg t = v::set1(alpha * load_one(x));
-#pragma GCC unroll 8
-        for (int p = 0; p < whole; ++p)
-            sum[chain][p] = v::mul_add(v::load(a + p * v::width), t, sum[chain][p]);
-        if (masked) {
-            v::prefetch(a + end_offset + ahead);
-            sum[chain][end] = v::mul_add(v::load(a + end_offset, last), t, sum[chain][end], last);
+    const auto add_column = [&](int chain, typename v::reg t) {
+        if (begin == 1)
+            sum[chain][0] = v::mul_add(v::load(a, first), t, sum[chain][0], first);
+#pragma GCC unroll 12
+        for (int p = begin; p < end; ++p)
+            sum[chain][p] = v::mul_add(v::load(a + shift + p * v::width), t, sum[chain][p]);
+        if (end < pieces) {
+            if (brief)
+                v::prefetch(a + end * v::width + ahead);
+            sum[chain][end] = v::mul_add(v::load(a + shift + end * v::width, last), t, sum[chain][end], last);
         }
         a += lda;
-        x += incx;
     };
+    const typename v::reg alpha = v::set1(panel.alpha);
+    int64_t n = panel.n;
 #pragma GCC unroll 1
     for (; n >= round_columns; n -= round_columns) {
-#pragma GCC unroll 4
-        for (int c = 0; c < round_columns; ++c)
-            add_column(c % chains);
+        const typename v::reg t = v::mul(v::four(x, incx), alpha);
+        add_column(0, v::template one_of_four<0>(t));
+        add_column(1 % chains, v::template one_of_four<1>(t));
+        add_column(2 % chains, v::template one_of_four<2>(t));
+        add_column(3 % chains, v::template one_of_four<3>(t));
+        x += round_columns * incx;
     }
 #pragma GCC unroll 1
-    for (; n > 0; --n)
-        add_column(0);
-#pragma GCC unroll 8
+    for (; n > 0; --n, x += incx)
+        add_column(0, v::set1(panel.alpha * load_one(x)));
+#pragma GCC unroll 12
     for (int p = 0; p < pieces; ++p) {
 #pragma GCC unroll 4
         for (int chain = chains - 1; chain > 0; --chain) // the chain that began with y comes last: it is the longest
             sum[chain - 1][p] = v::add(sum[chain - 1][p], sum[chain][p]);
     }
-#pragma GCC unroll 8
-    for (int p = 0; p < whole; ++p)
-        access.store(y + p * piece_span, sum[0][p]);
-    if (masked)
-        access.store(y + end * piece_span, sum[0][end], last);
+    if (begin == 1)
+        v::store(y, sum[0][0], first);
+#pragma GCC unroll 12
+    for (int p = begin; p < end; ++p)
+        v::store(y + shift + p * v::width, sum[0][p]);
+    if (end < pieces)
+        v::store_rows(y + shift + end * v::width, sum[0][end], panel.last_rows);
 }
 
-// Rows of a contiguous y that fill pieces registers, the last one perhaps in part.
-template <class v, int pieces>
-inline void add_rows_of(int64_t rows, int64_t n, float alpha, const float *a, int64_t lda, const float *x, int64_t incx,
-                        float *y)
+constexpr int most_pieces = 12; // of a panel: the most that avx2 has registers for
+
+template <class v, int pieces = most_pieces>
+[[gnu::always_inline]] inline void add_panel(int64_t count, masked ends, const row_panel &panel)
 {
-    const int64_t last_rows = rows - (pieces - 1) * v::width;
-    const typename v::contiguous access(1);
-    if (last_rows == v::width)
-        add_rows<v, pieces, false>(n, alpha, a, lda, x, incx, y, access, last_rows);
-    else
-        add_rows<v, pieces, true>(n, alpha, a, lda, x, incx, y, access, last_rows);
+    if (count == pieces) {
+        if (ends == masked::none)
+            add_rows<v, pieces, masked::none>(panel);
+        else if (ends == masked::last)
+            add_rows<v, pieces, masked::last>(panel);
+        else if constexpr (pieces > 4) // behind a masked piece there are more
+            add_rows<v, pieces, masked::both_ends>(panel);
+        return;
+    }
+    if constexpr (pieces > 1)
+        add_panel<v, pieces - 1>(count, ends, panel);
 }
 
-// y += alpha * A * x with y in registers.
+// y += alpha * A * x in as few panels as there can be, all about the same size.
 template <class v>
 inline void add_product_by_rows(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,
-                                int64_t incx, float *y, int64_t head)
+                                int64_t incx, float *y)
 {
-    constexpr int64_t most = 8 * v::width; // rows of one panel
-    for (int64_t rows = head > 0 ? head : min_of(m, most); m > 0; rows = min_of(m, most)) {
-        switch ((rows + v::width - 1) / v::width) {
-        case 1:
-            add_rows_of<v, 1>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        case 2:
-            add_rows_of<v, 2>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        case 3:
-            add_rows_of<v, 3>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        case 4:
-            add_rows_of<v, 4>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        case 5:
-            add_rows_of<v, 5>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        case 6:
-            add_rows_of<v, 6>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        case 7:
-            add_rows_of<v, 7>(rows, n, alpha, a, lda, x, incx, y);
-            break;
-        default:
-            add_rows_of<v, 8>(rows, n, alpha, a, lda, x, incx, y);
-        }
+    int64_t head = rows_to_register_boundary<v>(m, a, lda);
+    int64_t pieces = (m - head + v::width - 1) / v::width + (head > 0 ? 1 : 0);
+    for (int64_t panels = (pieces + most_pieces - 1) / most_pieces; panels > 0; --panels) {
+        const int64_t count = (pieces + panels - 1) / panels;
+        const int64_t behind = head > 0 ? head + (count - 1) * v::width : count * v::width; // rows, if all are full
+        const int64_t rows = min_of(behind, m);
+        const row_panel panel = {n, alpha, a, lda, x, incx, y, head, v::width - (behind - rows)};
+        add_panel<v>(count, head > 0 ? masked::both_ends : rows < behind ? masked::last : masked::none, panel);
         a += rows;
         y += rows;
         m -= rows;
+        pieces -= count;
+        head = 0;
     }
 }
 
@@ -214,14 +227,14 @@ template <class v>
 inline void add_product(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x, int64_t incx,
                         float *y)
 {
-    constexpr int64_t panel = 8 * v::width; // rows
-    constexpr int64_t small = 40 * 1024;    // [bytes] of A, read in short runs at no cost: the first cache
-    constexpr int64_t fewest = 16;          // columns that repay the loads and stores of a panel's registers
-    const int64_t head = rows_to_register_boundary<v>(m, a, lda, y);
+    constexpr int64_t panel = most_pieces * v::width; // rows
+    constexpr int64_t small = 40 * 1024;              // [bytes] of A, read in short runs at no cost: the first cache
+    constexpr int64_t fewest = 16;                    // columns that repay the loads and stores of a panel's registers
     if (m <= panel || (n > fewest && m * n <= small / static_cast<int64_t>(sizeof(float)))) {
-        add_product_by_rows<v>(m, n, alpha, a, lda, x, incx, y, head);
+        add_product_by_rows<v>(m, n, alpha, a, lda, x, incx, y);
         return;
     }
+    const int64_t head = rows_to_register_boundary<v>(m, a, lda);
     int64_t j = 0;
     while (add_next_columns<v, 8>(j, m, n, head, alpha, a, lda, x, incx, y)) {
     }

@@ -17,7 +17,8 @@ struct contiguous_8 {
 
 struct masked_avx2 : vec_avx2 {
     using contiguous = contiguous_8;
-    static constexpr int pieces_of_two_chains = 5; // of y, that leave registers for two accumulators each
+    // Chains of multiply-adds in an element of y that stands in so few registers with others.
+    static constexpr int chains(int registers) { return registers <= 3 ? 4 : registers <= 5 ? 2 : 1; }
     // Inlined early: GCC drops calls of a function that has no effect but a prefetch.
     [[gnu::always_inline]] static inline void prefetch(const float *p)
     {
@@ -26,6 +27,17 @@ struct masked_avx2 : vec_avx2 {
     using vec_avx2::mul_add;
     // Lanes outside the mask multiply zero by zero: no flag is raised there by an infinite factor.
     static inline reg mul_add(reg x, reg y, reg z, mask m) { return _mm256_fmadd_ps(x, keep(y, m), z); }
+    // Elements 0 to 3 of x, inc apart, in both halves; and one of them in all lanes.
+    static inline reg four(const float *x, int64_t inc)
+    {
+        const __m128 values =
+            inc == 1 ? _mm_loadu_ps(x)
+                     : _mm_setr_ps(load_one(x), load_one(x + inc), load_one(x + 2 * inc), load_one(x + 3 * inc));
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(values), values, 1);
+    }
+    template <int element> static inline reg one_of_four(reg x) { return _mm256_permute_ps(x, element * 0x55); }
+    static inline reg load_rows(const float *p, int64_t count) { return load(p, first(count)); }
+    static inline void store_rows(float *p, reg x, int64_t count) { store(p, x, first(count)); }
     static inline float sum(reg x)
     {
         const __m128 quarters = _mm_add_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));

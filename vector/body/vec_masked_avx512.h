@@ -3,6 +3,7 @@
 // are not touched. Two elements of one store must not be the same: an increment of 0 is for loads only.
 #pragma once
 #include "frame/path/vec_avx512.h"
+#include "vector/body/element.h"
 
 namespace
 {
@@ -17,7 +18,10 @@ struct contiguous_16 {
 
 struct masked_avx512 : vec_avx512 {
     using contiguous = contiguous_16;
-    static constexpr int pieces_of_two_chains = 7; // of y, that leave registers for two accumulators each
+    static constexpr int chains(int)
+    {
+        return 1;
+    } // of multiply-adds in an element of y: one, in the order of the columns
     // Inlined early: GCC drops calls of a function that has no effect but a prefetch.
     [[gnu::always_inline]] static inline void prefetch(const float *p)
     {
@@ -25,6 +29,27 @@ struct masked_avx512 : vec_avx512 {
     }
     using vec_avx512::mul_add;
     static inline reg mul_add(reg x, reg y, reg z, mask m) { return _mm512_mask3_fmadd_ps(x, y, z, m); }
+    // Elements 0 to 3 of x, inc apart, in every quarter; and one of them in all lanes.
+    static inline reg four(const float *x, int64_t inc)
+    {
+        return _mm512_broadcast_f32x4(
+            inc == 1 ? _mm_loadu_ps(x)
+                     : _mm_setr_ps(load_one(x), load_one(x + inc), load_one(x + 2 * inc), load_one(x + 3 * inc)));
+    }
+    template <int element> static inline reg one_of_four(reg x) { return _mm512_permute_ps(x, element * 0x55); }
+    // The first elements of a vector that is loaded again soon after it was stored. A load that follows a store under a
+    // mask waits until the store is through.
+    static inline reg load_rows(const float *p, int64_t count)
+    {
+        return count == 8 ? load_half(p) : load(p, first(count));
+    }
+    static inline void store_rows(float *p, reg x, int64_t count)
+    {
+        if (count == 8)
+            store_half(p, x);
+        else
+            store(p, x, first(count));
+    }
     static inline float sum(reg x)
     {
         const __m512 halves = _mm512_add_ps(x, _mm512_shuffle_f32x4(x, x, 0x4e));
