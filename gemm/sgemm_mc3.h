@@ -49,7 +49,9 @@ struct mc3_gemm_descriptor {
     int64_t block_m, block_n, block_k; // [elements]; 0 until preset or filled by get_blks_size
 };
 
-// What a scheme keeps. A panel is unroll_m rows (unroll_n columns) of one depth block, a block all of a row (column) block.
+// What a scheme keeps of one depth block: a panel of A is mc3_gemm_panel_tiles times unroll_m rows, which share cache lines
+// in A, a panel of B unroll_n columns; a block is all of a row (column) block.
+enum { mc3_gemm_panel_tiles = 4 };
 enum mc3_gemm_scheme {
     mc3_gemm_scheme_a_block = 100,
     mc3_gemm_scheme_b_block = 101,

@@ -107,7 +107,9 @@ int32_t tesh_blas_mc3_sgemm_get_bufs_size(int32_t scheme, int32_t size_code, con
     const int64_t rows = whole ? desc->block_m : min_of(*m, desc->block_m);
     const int64_t cols = whole ? desc->block_n : min_of(*n, desc->block_n);
     const int64_t depth = whole ? desc->block_k : min_of(*k, desc->block_k);
-    const int64_t a_width = keeps_a_block(scheme) ? rows : keeps_a_panel(scheme) ? desc->kernel.unroll_m : 0;
+    const int64_t a_width = keeps_a_block(scheme)   ? rows
+                            : keeps_a_panel(scheme) ? min_of(rows, mc3_gemm_panel_tiles * desc->kernel.unroll_m)
+                                                    : 0;
     const int64_t b_width = keeps_b_block(scheme) ? cols : keeps_b_panel(scheme) ? desc->kernel.unroll_n : 0;
     buffers->a_bytes = round_up(a_width * depth * static_cast<int64_t>(sizeof(float)), page_bytes);
     buffers->b_bytes = round_up(b_width * depth * static_cast<int64_t>(sizeof(float)), page_bytes);

@@ -1,23 +1,29 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[4 x 8] += A[4 x k] * B[k x 8]; alpha is in the A panel, beta in the driver
-// registers  8 accumulators + A and A with its pairs exchanged + 2 temporaries = 12 of 16
+// registers  8 accumulators + 2 of B + 2 of products = 12 of 16
 // layout     A packed in rows of 4, B in columns of 8, then 4, 2, 1 (sgemm_pack_mc3.cpp); C column-major, any alignment
-// loop       k unrolled by 4, remainder by 1; k >= 0
-// prefetch   A 16 steps (256 bytes) and B 16 steps (512 bytes) ahead; the tile of C before its loop
+// loop       gemm/body/sgemm_spread_body.h, one step a round: B runs in vectors along its 8 columns, and the 4 rows of A are
+//            spread once for all columns, in 16 KiB of the stack; the tile is turned over when it is added to C
+// prefetch   the tile of C 128 steps before the end of its loop: from its start, columns whose distance is a large power of
+//            two have left their cache set again (ldc = 1024: 86 instead of 83 % of the peak)
 // edges      ker0_pst: rows 2, 1 and columns 4, 2, 1 in panels of those widths; never by reading past an operand
-// measured   docs/performance.md, the mc3 table
+// measured   95 % of bench/peak at 4 lanes, a packed pair of 64 x 512 x 256 (Zen 5)
 //
-// B is not broadcast element by element, which would cost a shuffle a column: MOVDDUP loads a pair (b0 b1 b0 b1), and A times
-// that, with A as it is and with its pairs exchanged, gives both columns of the pair, the odd places swapped between them.
-// Every element of C is one sum in the order of k, so that it does not depend on its place in a tile.
+// In the narrower tiles MOVDDUP loads a pair of B (b0 b1 b0 b1), and A times that, with A as it is and with its pairs
+// exchanged, gives both columns of the pair, the odd places swapped between them: a shuffle a step, not one a column.
+// Every element of C is one sum in the order of k, at most 256 of it, so that it does not depend on its place in a tile.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_mc3.h"
+#include "gemm/body/sgemm_spread_body.h"
 #include "gemm/sgemm_mc3.h"
 
 namespace
 {
 constexpr int tile_m = 4, tile_n = 8;
-constexpr int64_t prefetch_steps = 16;
+constexpr int64_t prefetch_steps = 16;      // of B in the narrower tiles
+constexpr int64_t last_steps = 128;         // of the depth, before which a tile of C is fetched
+constexpr int64_t spread_depth = 256;       // of A spread at a time: 16 KiB, a third of the first-level cache
+constexpr int64_t resident_bytes = 0x80000; // of B that meet all rows of A before the next: for the second-level cache
 
 using reg = __m128;
 
@@ -38,6 +44,49 @@ template <int i> inline float lane(reg x)
 inline void add_to(float *c, reg x)
 {
     _mm_storeu_ps(c, _mm_add_ps(_mm_loadu_ps(c), x));
+}
+
+[[gnu::noinline]] void spread_rows(int64_t k, const float *a, float *spread)
+{
+    spread_elements(k, a, spread);
+}
+
+// Four rows, eight columns. sum[i] is row i of the tile.
+[[gnu::noinline]] void tile_of_spread(int64_t k, const float *spread, const float *b, float *c, int64_t ldc)
+{
+    reg sum[tile_m][2];
+#pragma GCC unroll 8
+    for (int t = 0; t < 2 * tile_m; ++t)
+        sum[t / 2][t % 2] = _mm_setzero_ps();
+    const int64_t first = max_of(k - last_steps, 0);
+    add_products<vec_mc3>(first, b, spread, sum);
+#pragma GCC unroll 8
+    for (int j = 0; j < tile_n; ++j)
+        _mm_prefetch(reinterpret_cast<const char *>(c + j * ldc), _MM_HINT_T0);
+    add_products<vec_mc3>(k - first, b + tile_n * first, spread + 4 * tile_m * first, sum);
+#pragma GCC unroll 2
+    for (int v = 0; v < 2; ++v) {
+        _MM_TRANSPOSE4_PS(sum[0][v], sum[1][v], sum[2][v], sum[3][v]);
+#pragma GCC unroll 4
+        for (int j = 0; j < 4; ++j)
+            add_to(c + (4 * v + j) * ldc, sum[j][v]);
+    }
+}
+
+// m and n are whole numbers of tiles.
+inline void whole_tiles(int64_t m, int64_t n, int64_t k, const float *a, const float *b, float *c, int64_t ldc)
+{
+    alignas(64) float spread[4 * tile_m * spread_depth];
+    for (int64_t l = 0; l < k; l += spread_depth) {
+        const int64_t depth = min_of(spread_depth, k - l);
+        const int64_t group = max_of(resident_bytes / (depth * tile_n * int64_t(sizeof(float))), 1) * tile_n;
+        for (int64_t j0 = 0; j0 < n; j0 += group)
+            for (int64_t i = 0; i < m; i += tile_m) {
+                spread_rows(depth, a + i * k + l * tile_m, spread);
+                for (int64_t j = j0; j < min_of(j0 + group, n); j += tile_n)
+                    tile_of_spread(depth, spread, b + j * k + l * tile_n, c + j * ldc + i, ldc);
+            }
+    }
 }
 
 // Four rows, 2*pairs columns. straight[p] holds (a0 b0, a1 b1, a2 b0, a3 b1) of column pair p, crossed[p] (a1 b0, a0 b1,
@@ -185,9 +234,7 @@ void tesh_blas_mc3_sgemm_ker0(const int64_t *m, const int64_t *n, const int64_t 
 {
     const int64_t full_m = *m / tile_m * tile_m, full_n = *n / tile_n * tile_n;
     const int64_t rest_m = *m - full_m, rest_n = *n - full_n;
-    for (int64_t j = 0; j < full_n; j += tile_n)
-        for (int64_t i = 0; i < full_m; i += tile_m)
-            tile_of_pairs<4>(*k, a + i * *k, b + j * *k, c + j * *ldc + i, *ldc);
+    whole_tiles(full_m, full_n, *k, a, b, c, *ldc);
     if (rest_m > 0)
         tesh_blas_mc3_sgemm_ker0_pst(&rest_m, &full_n, k, a + full_m * *k, b, c + full_m, ldc);
     if (rest_n > 0)

@@ -55,6 +55,16 @@ inline void pack_right(int64_t depth, const float *source, int64_t ld, float sca
             destination[l * width + c] = source[c * ld + l] * scale;
 }
 
+// Four panels of A side by side: 16 rows, whose columns share cache lines.
+inline void pack_four_down(int64_t depth, const float *source, int64_t ld, float scale, float *destination)
+{
+    const reg s = _mm_set1_ps(scale);
+    for (int64_t l = 0; l < depth; ++l, source += ld, destination += panel_a)
+#pragma GCC unroll 4
+        for (int p = 0; p < 4; ++p)
+            _mm_storeu_ps(destination + p * panel_a * depth, _mm_mul_ps(_mm_loadu_ps(source + p * panel_a), s));
+}
+
 template <int width, bool down>
 inline void pack_panel(int64_t depth, const float *source, int64_t ld, float scale, float *destination)
 {
@@ -70,6 +80,9 @@ inline void pack(const int64_t *depth, const int64_t *width, const float *source
 {
     const int64_t across = down ? 1 : *ld; // distance of neighbours in the width [elements]
     int64_t c = 0;
+    if constexpr (full == panel_a && down)
+        for (; c + 4 * full <= *width; c += 4 * full)
+            pack_four_down(*depth, source + c, *ld, *scale, destination + c * *depth);
     for (; c + full <= *width; c += full)
         pack_panel<full, down>(*depth, source + c * across, *ld, *scale, destination + c * *depth);
     if (full > 4 && c + 4 <= *width) {

@@ -29,7 +29,7 @@ inline void multiply_by_panels(const operands &x, const mc3_gemm_descriptor *des
                                int64_t rows, int64_t cols, int64_t depth, int64_t i0, int64_t l0, const float *alpha,
                                float *c, const int64_t *ldc)
 {
-    const int64_t step = desc->kernel.unroll_m;
+    const int64_t step = mc3_gemm_panel_tiles * desc->kernel.unroll_m;
     for (int64_t i = 0; i < rows; i += step) {
         const int64_t height = min_of(step, rows - i);
         desc->kernel.copya[x.a_plain ? 0 : 1](&depth, &height, x.block_of_a(i0 + i, l0), &x.lda, alpha, buffers->a);

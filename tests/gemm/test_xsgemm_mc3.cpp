@@ -2,6 +2,7 @@
 // The mc3 SGEMM: table entry, block sizes, buffers, packing, kernels, the unrolled small forms, and the whole routine.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -155,7 +156,7 @@ TEST_F(mc3, schemes_keep_what_they_name)
     const struct {
         int32_t scheme;
         int64_t a, b;
-    } table[] = {{100, m, 0}, {101, 0, n}, {102, m, n}, {103, 4, 0}, {104, 4, n}, {105, 0, 8}, {106, m, 8}};
+    } table[] = {{100, m, 0}, {101, 0, n}, {102, m, n}, {103, 16, 0}, {104, 16, n}, {105, 0, 8}, {106, m, 8}};
     for (const auto &row : table) {
         mc3_gemm_buffers buffers = {};
         ASSERT_EQ(tesh_blas_mc3_sgemm_get_bufs_size(row.scheme, 107, &m, &n, &k, &desc, &buffers), 0);
@@ -225,8 +226,9 @@ TEST_F(mc3, packing_puts_every_element_into_its_panel)
                     }
 }
 
-// Packs random operands, runs a kernel on guarded blocks and holds each element to the one sum in the order of the depth.
-void check_kernel(mc3_gemm_kernel_fn *kernel, int64_t m, int64_t n, int64_t k, guard side)
+// Packs random operands, runs a kernel on guarded blocks and holds each element to the sums of pieces of the depth, each in
+// its order.
+void check_kernel(mc3_gemm_kernel_fn *kernel, int64_t m, int64_t n, int64_t k, guard side, int64_t piece = INT64_MAX)
 {
     tesh_test::random random(static_cast<uint64_t>(m * 1000 + n * 100 + k));
     const int64_t lda = m, ldb = k > 0 ? k : 1, ldc = m + 3;
@@ -242,13 +244,16 @@ void check_kernel(mc3_gemm_kernel_fn *kernel, int64_t m, int64_t n, int64_t k, g
     kernel(&m, &n, &k, pa.data(), pb.data(), c.data(), &ldc);
     for (int64_t j = 0; j < n; ++j)
         for (int64_t i = 0; i < m; ++i) {
-            volatile float sum = 0.0f;
-            for (int64_t l = 0; l < k; ++l) {
-                volatile const float term = a[static_cast<size_t>(l * m + i)] * b[static_cast<size_t>(j * k + l)];
-                sum = sum + term;
-            }
             const size_t at = static_cast<size_t>(j * ldc + i);
-            volatile const float want = c0[at] + sum;
+            volatile float want = c0[at];
+            for (int64_t begin = 0; begin < k || begin == 0; begin += std::min(piece, k + 1)) {
+                volatile float sum = 0.0f;
+                for (int64_t l = begin; l < k && l - begin < piece; ++l) {
+                    volatile const float term = a[static_cast<size_t>(l * m + i)] * b[static_cast<size_t>(j * k + l)];
+                    sum = sum + term;
+                }
+                want = want + sum;
+            }
             ASSERT_EQ(c[at], want) << m << 'x' << n << 'x' << k << " at " << i << ',' << j;
         }
 }
@@ -263,6 +268,16 @@ TEST_F(mc3, kernels_give_one_sum_in_order_for_every_tile_and_tail)
                     if (HasFatalFailure())
                         return;
                 }
+}
+
+// A depth block is 256 at most, unless a caller presets more; whole tiles take that in pieces of 256.
+TEST_F(mc3, whole_tiles_of_deep_and_wide_blocks_give_their_sums_in_order)
+{
+    for (const int64_t k : {127, 128, 129, 255, 256})
+        check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 16, k, guard::at_end);
+    for (const int64_t k : {257, 512, 600})
+        check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 16, k, guard::at_start, 256);
+    check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 1048, 256, guard::at_end); // 512 columns are half a mebibyte of B
 }
 
 TEST_F(mc3, small_forms_agree_with_the_definition_at_every_size)
