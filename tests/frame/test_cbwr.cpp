@@ -60,7 +60,7 @@ TEST(cbwr_text, a_branch_beyond_the_processor_is_auto)
 
 TEST(cbwr_text, unknown_names_are_auto)
 {
-    for (const char *text : {"avx2", "OFF", "AVX2 ", " AVX2", "AVX", "10", "SSE4.2", "AVX512_E2", "AVX22"})
+    for (const char *text : {"avx2", "X", "1", "OFF", "AVX2 ", " AVX2", "AVX", "10", "SSE4.2", "AVX512_E2", "AVX22"})
         expect_setting("avx2", text, std::string(text) == "AVX" ? 8 : 2);
 }
 

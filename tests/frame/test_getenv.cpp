@@ -31,6 +31,8 @@ TEST(getenv, unset_and_empty_give_0_and_an_empty_buffer)
     std::string text;
     EXPECT_EQ(read_into("TESH_GATE", 8, &text), 0);
     EXPECT_EQ(text, "");
+    EXPECT_EQ(read_into("TESH_GATE", 1, &text), 0);
+    EXPECT_EQ(text, "");
     setenv("TESH_GATE", "", 1);
     EXPECT_EQ(read_into("TESH_GATE", 8, &text), 0);
     EXPECT_EQ(text, "");
@@ -53,6 +55,8 @@ TEST(getenv, a_value_as_long_as_the_buffer_does_not_fit)
     EXPECT_EQ(read_into("TESH_GATE", 8, &text), -8);
     EXPECT_EQ(text, "");
     EXPECT_EQ(tesh_serv_getenv("TESH_GATE", nullptr, 0), -8);
+    EXPECT_EQ(read_into("TESH_GATE", 1, &text), -8);
+    EXPECT_EQ(text, "");
 }
 
 TEST(getenv, a_value_of_300_into_256_gives_minus_300_and_an_empty_buffer)
@@ -113,6 +117,10 @@ TEST(get_env_int, takes_whole_non_negative_decimals_only)
         EXPECT_EQ(tesh_get_env_int("TESH_GATE"), c.value) << c.text;
     }
     setenv("TESH_GATE", std::string(256, '1').c_str(), 1);
+    EXPECT_EQ(tesh_get_env_int("TESH_GATE"), -1);
+    setenv("TESH_GATE", (std::string(254, '0') + "7").c_str(), 1);
+    EXPECT_EQ(tesh_get_env_int("TESH_GATE"), 7);
+    setenv("TESH_GATE", (std::string(255, '0') + "7").c_str(), 1);
     EXPECT_EQ(tesh_get_env_int("TESH_GATE"), -1) << "too long for the reader";
     unsetenv("TESH_GATE");
     EXPECT_EQ(tesh_get_env_int("TESH_GATE"), -1);

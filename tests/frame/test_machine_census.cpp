@@ -212,6 +212,23 @@ TEST(machine_census, cpuinfo_with_threads_of_a_core)
     expect_counts(s, 1, 2, 1, 4);
 }
 
+TEST(machine_census, cpuinfo_is_asked_for_the_first_processor_alone)
+{
+    shape s = two_packages_of_four_with_threads();
+    s.cpuinfo = cpuinfo_of(8, {0, 1}, 8, 4) + cpuinfo_of(8, {0, 1}, 5, 3);
+    s.cpuinfo.insert(0, "siblings\t: 9\ncpu cores\t: 9\n");
+    expect_counts(s, 2, 4, 1, 16);
+}
+
+TEST(machine_census, counts_start_as_unknown)
+{
+    EXPECT_EQ(__N_CPU_Packages, -1);
+    EXPECT_EQ(__N_Cores_per_Packages, -1);
+    EXPECT_EQ(__HT, -1);
+    EXPECT_EQ(__N_Logical_Cores, 1);
+    EXPECT_EQ(__threads_env_NOT_readed, 0);
+}
+
 TEST(machine_census, cpuinfo_that_contradicts_itself_has_no_say)
 {
     shape s = two_packages_of_four_with_threads();

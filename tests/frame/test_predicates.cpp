@@ -288,6 +288,36 @@ TEST(amx, record_of_a_processor_with_tiles)
     }
 }
 
+TEST(amx, record_takes_whole_fields)
+{
+    auto profile = tesh_test::profile_named("avx512_e5");
+    struct {
+        uint32_t leaf, subleaf;
+        tesh_test::vcpu_register part;
+        uint32_t bits;
+    } const rows[] = {{0x1d, 0, tesh_test::vcpu_eax, 0x89abcdef},
+                      {0x1d, 1, tesh_test::vcpu_eax, 0xfedc8765},
+                      {0x1d, 1, tesh_test::vcpu_ebx, 0xabcdefa9},
+                      {0x1d, 1, tesh_test::vcpu_ecx, 0x1234f0e1},
+                      {0x1e, 0, tesh_test::vcpu_ebx, 0x7698badc}};
+    for (const auto &row : rows) {
+        clear_bits(&profile, row.leaf, row.subleaf, row.part, ~0u);
+        set_bits(&profile, row.leaf, row.subleaf, row.part, row.bits);
+    }
+    on_processor(profile, {}, [] {
+        tesh_serv_amx_record r;
+        EXPECT_EQ(tesh_serv_cpuhasamx(&r), 1);
+        EXPECT_EQ(static_cast<uint32_t>(r.max_palette), 0x89abcdefu);
+        EXPECT_EQ(r.total_tile_bytes, 0x8765);
+        EXPECT_EQ(r.bytes_per_tile, 0xfedc);
+        EXPECT_EQ(r.bytes_per_row, 0xefa9);
+        EXPECT_EQ(r.max_names, 0xabcd);
+        EXPECT_EQ(r.max_rows, 0xf0e1);
+        EXPECT_EQ(r.tmul_maxk, 0xdc);
+        EXPECT_EQ(r.tmul_maxn, 0x98ba);
+    });
+}
+
 TEST(amx, needs_the_fine_number)
 {
     const auto profile = tesh_test::profile_named("avx512_e5");

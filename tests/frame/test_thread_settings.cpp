@@ -114,6 +114,18 @@ TEST(thread_settings, num_stripes)
         expect_threads("TESH_NUM_STRIPES", row.text, &__tesh_num_stripes, row.value);
 }
 
+TEST(thread_settings, a_value_that_stands_already_stays)
+{
+    with_settings({{"TESH_NUM_THREADS", "8"}, {"TESH_NUM_STRIPES", "4"}, {"TESH_DYNAMIC", "FALSE"}}, [] {
+        __tesh_num_threads = __tesh_num_stripes = 0;
+        __tesh_dynamic = 1;
+        thread_settings_read();
+        EXPECT_EQ(__tesh_num_threads, 0);
+        EXPECT_EQ(__tesh_num_stripes, 0);
+        EXPECT_EQ(__tesh_dynamic, 1);
+    });
+}
+
 TEST(thread_settings, domains)
 {
     constexpr const char *list = "TESH_DOMAIN_NUM_THREADS";
@@ -174,13 +186,17 @@ TEST(mpi_processes_per_node, each_launchers_variable)
     expect_ppn({}, -1);
     for (const char *name : {"TESH_MPI_PPN", "OV_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "OMPI_COMM_WORLD_LOCAL_SIZE"}) {
         expect_ppn({{name, "4"}}, 4);
+        expect_ppn({{name, "1"}}, 1);
+        expect_ppn({{name, "010"}}, 10);
         for (const char *bad : {"0", "-2", "4x", "x", "4:0"})
             expect_ppn({{name, bad}}, -1);
     }
     expect_ppn({{"OV_MPI_PIN_MAPPING", "4:0 1 2 3"}}, 4);
     for (const char *bad : {"4", "0:0", "-4:0", ":4", "x:4", "4 :0"})
         expect_ppn({{"OV_MPI_PIN_MAPPING", bad}}, -1);
+    expect_ppn({{"OV_MPI_PIN_MAPPING", "1:0"}}, 1);
     expect_ppn({{"MPI_LOCALNRANKS", "4"}}, 4);
+    expect_ppn({{"MPI_LOCALNRANKS", "1"}}, 1);
     for (const char *bad : {"0", "-2", "4x"})
         expect_ppn({{"MPI_LOCALNRANKS", bad}}, -1);
 }
