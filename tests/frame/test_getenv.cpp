@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The environment gate and its numbers, and the reader of the proc file.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -208,24 +209,54 @@ TEST(proc_getenv, an_entry_longer_than_the_block_is_skipped_whole)
 
 namespace
 {
-// Half an entry, and then no more.
-int64_t failing_read(int32_t, void *buffer, size_t)
+// What the file holds, and what the read behind its end answers.
+std::string environ_text;
+int64_t environ_end;
+
+int64_t read_environ_text(int32_t, void *buffer, size_t bytes)
 {
-    static int calls = 0;
-    if (++calls > 1)
-        return -5;
-    std::memcpy(buffer, "A=1\0TESH_PROC=hal", 17);
-    return 17;
+    if (environ_text.empty())
+        return environ_end;
+    const size_t count = environ_text.copy(static_cast<char *>(buffer), bytes);
+    environ_text.erase(0, count);
+    return static_cast<int64_t>(count);
+}
+
+void expect_value(const std::string &text, int64_t end, const std::string &value)
+{
+    const auto child = tesh_test::run_forked([&] {
+        environ_text = text;
+        environ_end = end;
+        tesh_test::detour(__libtesh_libc_read, read_environ_text);
+        char buffer[16];
+        __libtesh_libc_getenv_from_proc("TESH_PROC", buffer, sizeof buffer);
+        return buffer == value ? 0 : 1;
+    });
+    EXPECT_EQ(child.exit_code, 0) << value;
 }
 } // namespace
 
 TEST(proc_getenv, a_failing_read_finds_nothing)
 {
+    expect_value(std::string("A=1\0TESH_PROC=hal", 17), -5, "");
+    expect_value("", -5, "");
+}
+
+TEST(proc_getenv, the_first_entry_and_the_last_one_without_an_end_count)
+{
+    expect_value(std::string("TESH_PROC=first\0A=1\0", 20), 0, "first");
+    expect_value(std::string("A=1\0TESH_PROC=last", 18), 0, "last");
+    expect_value("TESH_PROC", 0, "");
+    expect_value("TESH_PROC=", 0, "");
+}
+
+TEST(proc_getenv, reads_through_the_lowest_descriptor_too)
+{
     const auto child = tesh_test::run_forked([] {
-        tesh_test::detour(__libtesh_libc_read, failing_read);
-        char buffer[16];
-        __libtesh_libc_getenv_from_proc("TESH_PROC", buffer, sizeof buffer);
-        return buffer[0] == 0 ? 0 : 1;
+        close(0);
+        char buffer[4096];
+        __libtesh_libc_getenv_from_proc("PATH", buffer, sizeof buffer);
+        return buffer[0] != 0 ? 0 : 1;
     });
     EXPECT_EQ(child.exit_code, 0);
 }
