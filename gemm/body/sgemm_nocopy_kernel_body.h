@@ -422,9 +422,8 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
                                                  int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
                                                  int64_t ldc)
 {
-    const uintptr_t stride = static_cast<uintptr_t>(lda) * 4;
-    // At an odd float, or with all columns in the same few sets of the cache.
-    const bool lies_badly = ((reinterpret_cast<uintptr_t>(a) | stride) & 7) != 0 || stride % 4096 == 0;
+    // At an odd float.
+    const bool lies_badly = ((reinterpret_cast<uintptr_t>(a) | static_cast<uintptr_t>(lda) * 4) & 7) != 0;
     if (a_transposed || (lies_badly && n > p::whole_columns))
         return product_by_panel<p, a_transposed, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
     return p::template rows_where_they_lie<b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);

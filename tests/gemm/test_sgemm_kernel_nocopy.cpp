@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The kernels of the no-copy path alone, every class and beta form, on operands against guard pages.
 #include <immintrin.h>
+#include <pthread.h>
+#include <sys/mman.h>
 
 #include "tests/gemm/nocopy_paths.h"
 
@@ -50,6 +52,32 @@ gemm_shape shape(std::int64_t m, std::int64_t n, std::int64_t k, std::int64_t pa
     s.k = k;
     s.pad_a = s.pad_b = s.pad_c = pad;
     return s;
+}
+
+// The bytes of stack that a call writes, on a thread with a patterned stack of its own.
+std::size_t stack_of(const std::function<void()> &body)
+{
+    constexpr std::size_t bytes = 4 << 20;
+    constexpr int pattern = 0xa5;
+    void *const stack = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+    std::memset(stack, pattern, bytes);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, stack, bytes);
+    const auto start = [](void *argument) -> void * {
+        (*static_cast<const std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    pthread_t thread;
+    EXPECT_EQ(pthread_create(&thread, &attributes, start, const_cast<std::function<void()> *>(&body)), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    const std::uint8_t *const low = static_cast<const std::uint8_t *>(stack);
+    std::size_t untouched = 0;
+    while (untouched < bytes && low[untouched] == pattern)
+        ++untouched;
+    munmap(stack, bytes);
+    return bytes - untouched;
 }
 
 TEST_P(sgemm_kernel_nocopy, every_m_and_n_up_to_the_tile_and_beyond)
@@ -105,7 +133,6 @@ TEST_P(sgemm_kernel_nocopy, badly_lying_a_on_both_sides_of_the_column_limit)
                 }
 }
 
-// Columns of A a multiple of a page apart meet in the same sets of the cache, and are copied as well.
 TEST_P(sgemm_kernel_nocopy, columns_of_a_pages_apart)
 {
     for (const std::int64_t m : {std::int64_t{5}, p.tile_m + 1})
@@ -116,6 +143,41 @@ TEST_P(sgemm_kernel_nocopy, columns_of_a_pages_apart)
             if (!check(s, transposition, static_cast<int>(m % 3)))
                 return;
         }
+}
+
+// The panel takes so many bytes of stack that its use shows.
+TEST_P(sgemm_kernel_nocopy, a_goes_through_the_panel_where_it_is_transposed_or_lies_badly_for_many_columns)
+{
+    const std::int64_t k = 2048, m = p.tile_m + 1, few = p.whole_columns, many = few + 1;
+    const std::size_t panel = static_cast<std::size_t>((k + 16) / 16 * 16 * p.tile_m * 4);
+    const struct {
+        std::int64_t lda;
+        std::size_t shift_bytes;
+        std::int64_t n;
+        bool in_panel;
+    } table[] = {{m + 1, 0, many, false}, {m + 1, 8, many, false}, {m + 1, 4, many, true},
+                 {m + 1, 4, few, false},  {m + 2, 0, many, true},  {m + 2, 0, few, false},
+                 {1024, 0, many, false},  {1025, 0, many, true},   {m + 2, 4, many + 7, true}};
+    for (const auto &row : table) {
+        const std::int64_t lda = row.lda;
+        const std::vector<float> b(static_cast<std::size_t>(k * row.n), 1.0f);
+        std::vector<float> c(static_cast<std::size_t>(m * row.n));
+        std::vector<float> memory(static_cast<std::size_t>(std::max(lda * k, m * k) + 16), 1.0f);
+        float *const aligned = memory.data() + (64 - reinterpret_cast<std::uintptr_t>(memory.data()) % 64) % 64 / 4;
+        const float *const a = aligned + row.shift_bytes / 4;
+        const float alpha = 1.0f, beta = 0.0f;
+        for (int transposition = 0; transposition < 4; ++transposition) {
+            const bool a_transposed = transposition & 2;
+            const std::size_t used = stack_of([&] {
+                p.kernels[transposition][0](m, row.n, k, &alpha, a, a_transposed ? k : lda, b.data(),
+                                            transposition & 1 ? row.n : k, &beta, c.data(), m);
+            });
+            EXPECT_EQ(used >= panel, a_transposed || row.in_panel)
+                << tesh_test::nocopy_classes[transposition] << " lda " << lda << " shift " << row.shift_bytes << " n "
+                << row.n << ": " << used << " bytes of stack";
+            EXPECT_EQ(c.back(), static_cast<float>(k));
+        }
+    }
 }
 
 // Blocks large enough for their next columns and rows to be fetched ahead: at the end that asks for what is not there.
