@@ -15,9 +15,9 @@ inline void columns(const __m256 (&a)[6], const float *b, int64_t ldb, float *c,
     __m256 sum[cols];
 #pragma GCC unroll 4
     for (int j = 0; j < cols; ++j)
-        sum[j] = v::mul(a[0], v::broadcast(b + j * ldb));
-#pragma GCC unroll 5
-    for (int l = 1; l < 6; ++l)
+        sum[j] = v::zero();
+#pragma GCC unroll 6
+    for (int l = 0; l < 6; ++l)
 #pragma GCC unroll 4
         for (int j = 0; j < cols; ++j)
             sum[j] = v::mul_add(a[l], v::broadcast(b + j * ldb + l), sum[j]);
@@ -35,11 +35,13 @@ template <bool read_c>
                                            int64_t ldb, float beta, float *c, int64_t ldc)
 {
     const __m256i rows = _mm256_setr_epi32(-1, -1, -1, -1, -1, -1, 0, 0);
+    // Two lanes are idle: they repeat row 5 of A, and have no beta, so that no infinity meets a zero there.
+    const __m256i repeat = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 5, 5);
     __m256 columns_of_a[6];
 #pragma GCC unroll 6
     for (int l = 0; l < 6; ++l)
-        columns_of_a[l] = v::load(a + l * lda, rows);
-    const __m256 va = v::set1(alpha), vb = v::set1(beta);
+        columns_of_a[l] = _mm256_permutevar8x32_ps(v::load(a + l * lda, rows), repeat);
+    const __m256 va = v::set1(alpha), vb = v::keep(v::set1(beta), rows);
     for (; n >= 4; n -= 4, b += 4 * ldb, c += 4 * ldc)
         columns<4, read_c>(columns_of_a, b, ldb, c, ldc, va, vb, rows);
     for (; n > 0; --n, b += ldb, c += ldc)

@@ -1,5 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The roads of single shapes: long dot products with few columns, and a left factor of 6 by 6.
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+
 #include "gemm/sgemm_paths.h"
 #include "tests/support/reference_gemm.h"
 #include "tests/support/test_paths.h"
@@ -153,6 +158,42 @@ TEST_F(sgemm_6_by_6, neighbouring_columns_do_not_spill_into_each_other)
                            : tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6);
         tesh_test::expect_gemm_result(x, true);
     }
+}
+
+// What stands in a register beside the six rows raises no flag against an infinite factor.
+TEST_F(sgemm_6_by_6, an_infinite_factor_raises_no_flag)
+{
+    for (const char *where : {"alpha", "beta", "B"}) {
+        gemm_shape s;
+        s.m = s.k = 6;
+        s.n = 5;
+        s.alpha = where[0] == 'a' ? INFINITY : 1.0f;
+        s.beta = where[0] == 'b' ? INFINITY : 1.0f;
+        const tesh_test::gemm_operands x(s);
+        for (const tesh_test::guarded_array<float> *operand : {&x.a, &x.b, &x.c})
+            std::fill(operand->begin(), operand->end(), 1.0f);
+        if (where[0] == 'B')
+            x.b[29] = INFINITY;
+        _mm_setcsr(_mm_getcsr() & ~0x3fu);
+        x.run(tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6);
+        EXPECT_EQ(_mm_getcsr() & 0x3fu, 0u) << where;
+        EXPECT_EQ(x.c[29], INFINITY) << where;
+        EXPECT_EQ(x.c[0], where[0] == 'B' ? 7.0f : INFINITY) << where;
+    }
+}
+
+// A sum begins with zero: products that are all -0 give +0.
+TEST_F(sgemm_6_by_6, six_sums_begin_at_zero)
+{
+    gemm_shape s;
+    s.m = s.k = 6;
+    s.n = 5;
+    const tesh_test::gemm_operands x(s);
+    std::fill(x.a.begin(), x.a.end(), -0.0f);
+    std::fill(x.b.begin(), x.b.end(), 1.0f);
+    x.run(tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0);
+    for (const float value : x.c)
+        EXPECT_FALSE(std::signbit(value));
 }
 
 TEST_F(sgemm_6_by_6, nan_in_a_row_and_nan_beta)
