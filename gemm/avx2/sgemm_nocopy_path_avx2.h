@@ -7,6 +7,7 @@
 namespace
 {
 struct nocopy_path {
+    using full = vec_avx2;
     // NN, NT, TN, TT.
     static constexpr block_rule k_rule[4] = {{512, 256, 257}, {192, 96, 97}, {512, 256, 257}, {192, 96, 97}};
     static constexpr block_rule n_rule[4] = {{96, 48, 73}, {96, 48, 73}, {192, 96, 145}, {192, 96, 145}};

@@ -7,6 +7,7 @@
 namespace
 {
 struct nocopy_path {
+    using full = vec_avx512;
     // NN, NT, TN, TT.
     static constexpr block_rule k_rule[4] = {{768, 384, 385}, {768, 384, 385}, {768, 384, 385}, {768, 384, 385}};
     static constexpr block_rule n_rule[4] = {{128, 64, 97}, {128, 64, 97}, {768, 384, 577}, {768, 384, 577}};

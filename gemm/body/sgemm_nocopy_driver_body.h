@@ -6,6 +6,7 @@
 //   k_rule, n_rule   block sizes by class: 2 * (A transposed) + (B transposed)
 //   first_zero, first_other, add   kernels by their slot, see nocopy_slot
 //   pst              the bufferless product
+//   full             its widest register
 #pragma once
 #include "gemm/sgemm_paths.h"
 
@@ -39,24 +40,26 @@ inline int nocopy_slot(bool a_conjugate, bool a_transposed, bool b_conjugate, bo
     return 8 * a_conjugate + 4 * a_transposed + 2 * b_conjugate + b_transposed;
 }
 
-// C := beta*C where there is nothing to add.
-[[gnu::noinline]] inline void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
+// C := beta*C where there is nothing to add. v: the path's full register.
+template <class v> [[gnu::noinline]] void nocopy_scale(int64_t m, int64_t n, float beta, float *c, int64_t ldc)
 {
     if (beta == 1.0f)
         return;
     if (beta == 0.0f) {
+#pragma GCC unroll 8
         for (; n > 0; --n, c += ldc)
             __builtin_memset(c, 0, static_cast<size_t>(m) * sizeof(float));
         return;
     }
-    const __m128 factor = _mm_set1_ps(beta);
+    const typename v::reg factor = v::set1(beta);
+    const __m128 factor_of_four = _mm_set1_ps(beta);
     for (; n > 0; --n, c += ldc) {
         int64_t i = 0;
         for (; i + 16 <= m; i += 16)
-            for (int u = 0; u < 16; u += 4)
-                _mm_storeu_ps(c + i + u, _mm_mul_ps(factor, _mm_loadu_ps(c + i + u)));
+            for (int u = 0; u < 16; u += v::width)
+                v::store(c + i + u, v::mul(factor, v::load(c + i + u)));
         for (; i + 4 <= m; i += 4)
-            _mm_storeu_ps(c + i, _mm_mul_ps(factor, _mm_loadu_ps(c + i)));
+            _mm_storeu_ps(c + i, _mm_mul_ps(factor_of_four, _mm_loadu_ps(c + i)));
         for (; i < m; ++i)
             c[i] *= beta;
     }
@@ -139,7 +142,7 @@ template <class p>
         return p::pst("T", "N", &c_view->rows, &c_view->cols, &a_view->cols, &op->alpha, a, &a_view->ld, b, &b_view->ld,
                       &op->beta, c, &c_view->ld);
     if (k < 1 || op->alpha == 0.0f)
-        return nocopy_scale(m, n, op->beta, c, c_view->ld);
+        return nocopy_scale<typename p::full>(m, n, op->beta, c, c_view->ld);
     const int transposition = 2 * a_transposed + b_transposed;
     const block_rule &k_rule = p::k_rule[transposition], &n_rule = p::n_rule[transposition];
     tesh_blas_sgemm_kernel_nocopy_fn *const first =
