@@ -203,30 +203,29 @@ TEST_P(sgemm_kernel_nocopy, operands_of_any_alignment)
 // A lane or a depth step beyond an operand holds nothing that an infinity could turn into a NaN, and raises no flag.
 TEST_P(sgemm_kernel_nocopy, infinities_stay_in_their_row_and_column_and_raise_no_flag)
 {
+    constexpr std::int64_t k = 11;
     for (int transposition = 0; transposition < 4; ++transposition)
         for (std::int64_t m = 1; m <= p.tile_m + 1; ++m)
-            for (std::int64_t n = 1; n <= p.tile_n + 1; ++n) {
-                gemm_shape s = shape(m, n, 3);
-                s.transa = tesh_test::nocopy_classes[transposition][0];
-                s.transb = tesh_test::nocopy_classes[transposition][1];
-                tesh_test::gemm_operands x(s);
-                for (float &value : x.a)
-                    value = 1.0f;
-                for (float &value : x.b)
-                    value = 1.0f;
-                for (float &value : x.c)
-                    value = 1.0f;
-                const std::int64_t last = s.transb == 'N' ? (n - 1) * s.ldb() : n - 1; // element (0, n-1) of op(B)
-                x.b[static_cast<std::size_t>(last)] = INFINITY;
-                const unsigned clean = _mm_getcsr() & ~0x3fu;
-                _mm_setcsr(clean);
-                x.run(tesh_test::as_product(p.kernels[transposition][1]));
-                ASSERT_EQ(_mm_getcsr() & 0x3fu, 0u) << s.name();
-                for (std::int64_t j = 0; j < n; ++j)
-                    for (std::int64_t i = 0; i < m; ++i)
-                        ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)], j == n - 1 ? INFINITY : 4.0f)
-                            << s.name();
-            }
+            for (std::int64_t n = 1; n <= p.tile_n + 1; ++n)
+                for (const std::int64_t step : {0, 1, 3, 6, 10}) {
+                    gemm_shape s = shape(m, n, k);
+                    s.transa = tesh_test::nocopy_classes[transposition][0];
+                    s.transb = tesh_test::nocopy_classes[transposition][1];
+                    tesh_test::gemm_operands x(s);
+                    for (tesh_test::guarded_array<float> *operand : {&x.a, &x.b, &x.c})
+                        std::fill(operand->begin(), operand->end(), 1.0f);
+                    // Element (step, n-1) of op(B).
+                    x.b[static_cast<std::size_t>(s.transb == 'N' ? (n - 1) * s.ldb() + step : n - 1 + step * s.ldb())] =
+                        INFINITY;
+                    const unsigned clean = _mm_getcsr() & ~0x3fu;
+                    _mm_setcsr(clean);
+                    x.run(tesh_test::as_product(p.kernels[transposition][1]));
+                    ASSERT_EQ(_mm_getcsr() & 0x3fu, 0u) << s.name() << " step " << step;
+                    for (std::int64_t j = 0; j < n; ++j)
+                        for (std::int64_t i = 0; i < m; ++i)
+                            ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)], j == n - 1 ? INFINITY : k + 1.0f)
+                                << s.name();
+                }
 }
 
 TEST_P(sgemm_kernel_nocopy, a_nan_of_a_fills_its_row_alone)
