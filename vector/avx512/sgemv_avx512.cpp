@@ -327,7 +327,7 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
     const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(a) % 64 / sizeof(float));
     row_pieces rows = cut_rows(call.m, n, lda, columns_share_alignment ? in_front : 0);
     // columns: of a round, sets: accumulators of each.
-    const auto add_dots = [&](auto columns_type, auto sets_type) [[gnu::always_inline]] {
+    const auto add_dots = [&](auto columns_type, auto sets_type) {
         constexpr int columns = columns_type.value, sets = sets_type.value;
         __m512 chain[columns];
         column_chains<columns, sets>(rows, a, lda, x, access, chain);
