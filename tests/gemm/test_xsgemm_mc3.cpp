@@ -403,6 +403,44 @@ TEST_F(mc3, both_versions_give_the_same_bits)
     EXPECT_EQ(std::memcmp(x.c.data(), y.c.data(), x.c.size() * 4), 0);
 }
 
+// From four rows on, the least of the blocked product.
+TEST_F(mc3, bits_of_a_row_do_not_depend_on_its_place_or_on_m)
+{
+    for (const char *trans : {"NN", "NT", "TN", "TT"}) {
+        const gemm_shape s{trans[0], trans[1], 43, 13, 300, 0.7f, 0.3f};
+        const gemm_operands whole(s);
+        whole.run(tesh_blas_mc3_xsgemm);
+        const int64_t lda = s.lda(), ldb = s.ldb(), ldc = s.ldc();
+        for (const int64_t count : {4, 5, 7, 8, 17})
+            for (int64_t first = 0; first + count <= s.m; first += 3) {
+                const gemm_operands part(s);
+                tesh_blas_mc3_xsgemm(&s.transa, &s.transb, &count, &s.n, &s.k, &s.alpha,
+                                     part.a.data() + (s.transa == 'N' ? first : first * lda), &lda, part.b.data(), &ldb,
+                                     &s.beta, part.c.data() + first, &ldc);
+                for (int64_t j = 0; j < s.n; ++j)
+                    ASSERT_EQ(std::memcmp(part.c.data() + j * ldc + first, whole.c.data() + j * ldc + first,
+                                          static_cast<size_t>(count) * sizeof(float)),
+                              0)
+                        << trans << " rows " << first << " to " << first + count << " column " << j;
+            }
+    }
+}
+
+TEST_F(mc3, bits_do_not_depend_on_alignment)
+{
+    for (const char *trans : {"NN", "NT", "TN", "TT"})
+        for (const int64_t m : {3, 29}) {
+            gemm_shape s{trans[0], trans[1], m, 13, 150, 0.7f, 0.3f, 0, 0, 0, guard::at_start};
+            const gemm_operands first(s);
+            first.run(tesh_blas_mc3_xsgemm);
+            for (s.shift_bytes = 4; s.shift_bytes < 64; s.shift_bytes += 4) {
+                const gemm_operands other(s);
+                other.run(tesh_blas_mc3_xsgemm);
+                ASSERT_EQ(std::memcmp(first.c.data(), other.c.data(), first.c.size() * sizeof(float)), 0) << s.name();
+            }
+        }
+}
+
 TEST_F(mc3, small_caller_given_blocks_cross_every_loop)
 {
     for (const int64_t version : {2, 4})
