@@ -147,7 +147,7 @@ struct gemm_buffers {
     void *base;                        // what the allocator returned
     int64_t *pack_header;              // in front of a block that outlives the call; else null
     blas_matrix_view a_block, b_block; // bases null until get_bufs
-    uint32_t mode;                     // gemm_buffers_*
+    uint32_t buffer_mode;              // gemm_buffers_*
     int64_t block_m, block_n, block_k; // [elements]
     int64_t a_offset, a_align;         // [bytes]
     int64_t b_offset, b_align;         // [bytes]
@@ -184,7 +184,7 @@ static_assert(sizeof(gemm_kernel_info) == 14 * 8 + 88 && offsetof(gemm_kernel_in
               offsetof(gemm_kernel_info, strategy) == 14 * 8);
 static_assert(sizeof(gemm_buffers) == 280 && offsetof(gemm_buffers, pack_header) == 8 &&
               offsetof(gemm_buffers, a_block) == 16 && offsetof(gemm_buffers, b_block) == 96 &&
-              offsetof(gemm_buffers, mode) == 176 && offsetof(gemm_buffers, block_m) == 184 &&
+              offsetof(gemm_buffers, buffer_mode) == 176 && offsetof(gemm_buffers, block_m) == 184 &&
               offsetof(gemm_buffers, a_offset) == 208 && offsetof(gemm_buffers, count) == 240 &&
               offsetof(gemm_buffers, get_bufs) == 248 && offsetof(gemm_buffers, free_bufs) == 272);
 #endif

@@ -73,7 +73,7 @@ inline void initialize_buffers(const blas_matrix_view *a, const blas_matrix_view
     const int64_t unroll_k = static_cast<int64_t>(strategy->unroll_k);
     buffers->base = nullptr;
     buffers->pack_header = nullptr;
-    buffers->mode = strategy->a_policy == gemm_policy_given ? gemm_buffers_b : gemm_buffers_both;
+    buffers->buffer_mode = strategy->a_policy == gemm_policy_given ? gemm_buffers_b : gemm_buffers_both;
     buffers->block_m = round_up(min_of(max_of(m, unroll_m), p::block_m_most), unroll_m);
     buffers->block_n =
         round_up(min_of(max_of(n, unroll_n), k > p::shallow_k ? p::block_n_most : p::block_n_shallow), unroll_n);
@@ -96,7 +96,7 @@ inline int32_t get_bufs(gemm_buffers *buffers)
 {
     const int64_t bm = buffers->block_m, bn = buffers->block_n, bk = buffers->block_k;
     int64_t bytes = -1, width = 0;
-    switch (buffers->mode) {
+    switch (buffers->buffer_mode) {
     case gemm_buffers_a:
         bytes = bytes_of(bm, bk, 0x400680, 1, 0);
         break;
@@ -116,7 +116,7 @@ inline int32_t get_bufs(gemm_buffers *buffers)
     buffers->base = allocate(bytes);
     if (buffers->base == nullptr)
         return 1;
-    switch (buffers->mode) {
+    switch (buffers->buffer_mode) {
     case gemm_buffers_a:
         buffers->a_block.base = align_up(buffers->base, large_page) + a_offset;
         break;
@@ -145,7 +145,7 @@ inline void free_bufs(gemm_buffers *buffers)
 inline int64_t get_size_bufs(gemm_buffers *buffers)
 {
     const int64_t bm = buffers->block_m, bn = buffers->block_n, bk = buffers->block_k;
-    switch (buffers->mode) {
+    switch (buffers->buffer_mode) {
     case gemm_buffers_a:
         return bytes_of(bm, bk, 0x600700, 1, 0);
     case gemm_buffers_b:
@@ -173,20 +173,20 @@ inline void set_block(gemm_buffers *buffers, char *block, blas_matrix_view *view
 
 inline void set_bufs_pack(void *memory, gemm_buffers *buffers)
 {
-    if (buffers->mode == gemm_buffers_b_count) {
+    if (buffers->buffer_mode == gemm_buffers_b_count) {
         buffers->b_block.base = align_up(buffers->base, large_page);
         return;
     }
-    if (buffers->mode == gemm_buffers_a_count) {
+    if (buffers->buffer_mode == gemm_buffers_a_count) {
         buffers->a_block.base = align_up(buffers->base, large_page);
         return;
     }
     char *header = align_up(memory, header_align);
     buffers->pack_header = reinterpret_cast<int64_t *>(header);
     char *boundary = align_up(header + header_room, large_page);
-    if (buffers->mode == gemm_buffers_a)
+    if (buffers->buffer_mode == gemm_buffers_a)
         set_block(buffers, boundary + a_offset, &buffers->a_block);
-    else if (buffers->mode == gemm_buffers_b)
+    else if (buffers->buffer_mode == gemm_buffers_b)
         set_block(buffers, boundary + b_offset, &buffers->b_block);
 }
 
@@ -196,7 +196,7 @@ template <class p> inline int32_t get_bufs_pack(gemm_buffers *buffers)
     if (buffers->base == nullptr)
         return 1;
     set_bufs_pack(buffers->base, buffers);
-    if (buffers->mode == gemm_buffers_a || buffers->mode == gemm_buffers_b) {
+    if (buffers->buffer_mode == gemm_buffers_a || buffers->buffer_mode == gemm_buffers_b) {
         int64_t *header = buffers->pack_header;
         header[1] = buffers->block_m;
         header[2] = buffers->block_n;

@@ -78,7 +78,7 @@ protected:
         gemm_strategy s = strategy();
         s.pack_mode = pack ? 2 : 0;
         gemm_buffers result = buffers(bm, bn, bk, s);
-        result.mode = mode;
+        result.buffer_mode = mode;
         result.block_m = bm;
         result.block_n = bn;
         result.block_k = bk;
@@ -133,7 +133,7 @@ TEST_P(sgemm_buffers, record_holds_views_modes_and_functions)
     gemm_buffers b = buffers(100, 50, 300, s);
     EXPECT_EQ(b.base, nullptr);
     EXPECT_EQ(b.pack_header, nullptr);
-    EXPECT_EQ(b.mode, gemm_buffers_both);
+    EXPECT_EQ(b.buffer_mode, gemm_buffers_both);
     EXPECT_EQ(b.a_offset, 1664);
     EXPECT_EQ(b.a_align, 0x200000);
     EXPECT_EQ(b.b_offset, 768);
@@ -161,7 +161,7 @@ TEST_P(sgemm_buffers, record_holds_views_modes_and_functions)
                   reinterpret_cast<char *>(&at) + (b.block_k * 2 * at.panel + 3 * at.panel) * 4);
     }
     s.a_policy = gemm_policy_given;
-    EXPECT_EQ(buffers(100, 50, 300, s).mode, gemm_buffers_b);
+    EXPECT_EQ(buffers(100, 50, 300, s).buffer_mode, gemm_buffers_b);
     s.pack_mode = 2;
     b = buffers(100, 50, 300, s);
     EXPECT_EQ(b.get_bufs, p.get_bufs_pack);
@@ -245,19 +245,19 @@ TEST_P(sgemm_buffers, sizes_of_blocks_that_outlive_a_call)
     const std::int64_t bm = 96, bn = 40, bk = 130;
     gemm_buffers b = of_mode(1, bm, bn, bk, true);
     EXPECT_EQ(p.get_size_bufs(&b), bm * bk * 4 + 0x600700);
-    b.mode = 2;
+    b.buffer_mode = 2;
     EXPECT_EQ(p.get_size_bufs(&b), bk * bn * 4 + 0x600380);
-    b.mode = 3;
+    b.buffer_mode = 3;
     b.a_block.base = b.b_block.base = &b;
     EXPECT_EQ(p.get_size_bufs(&b), 0);
     EXPECT_EQ(b.a_block.base, nullptr);
     EXPECT_EQ(b.b_block.base, nullptr);
-    b.mode = 4;
+    b.buffer_mode = 4;
     b.count = 3;
     b.b_align = 0;
     EXPECT_EQ(p.get_size_bufs(&b), (bk * bn * 4 + 8960) * 3 + 0x400080);
     EXPECT_EQ(b.b_align, 4096);
-    b.mode = 5;
+    b.buffer_mode = 5;
     EXPECT_EQ(p.get_size_bufs(&b), (bm * bk * 4 + 9856) * 3 + 0x400080);
     EXPECT_EQ(b.a_align, 4096);
 }

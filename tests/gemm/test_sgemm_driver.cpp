@@ -201,7 +201,7 @@ TEST_P(sgemm_driver, unknown_buffer_mode_falls_to_the_bufferless_product)
     gemm_operands x({'T', 'T', p.panel_m + 7, p.panel_n + 3, 33, 0.7f, 0.3f, 1, 2, 3});
     records r = records_of(p, x, gemm_order_slices);
     gemm_buffers b = small_blocks(p, r, p.panel_m, p.panel_n, 8);
-    b.mode = 9;
+    b.buffer_mode = 9;
     p.driver(&r.op, &r.a, &r.b, &r.c, &b, &r.info);
     tesh_test::expect_gemm_result(x, false, &worst);
 }
@@ -247,7 +247,7 @@ TEST_P(sgemm_driver, packed_a_without_memory_for_b_falls_to_the_bufferless_produ
     records r = records_of(p, x, gemm_order_slices);
     gemm_buffers given;
     p.initialize_buffers(&r.a, &r.b, &r.info.strategy, &given);
-    given.mode = 0;
+    given.buffer_mode = 0;
     p.acopied_driver(&r.op, &r.a, &r.b, &r.c, &given, &r.info);
     tesh_test::expect_gemm_result(x, false, &worst);
 }

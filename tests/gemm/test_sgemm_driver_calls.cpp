@@ -239,7 +239,7 @@ TEST_P(sgemm_driver_calls, without_memory_the_same_four_records_go_to_the_buffer
                 r.info.copy_a = r.info.copy_b = nullptr;
                 r.info.ker0 = nullptr;
                 gemm_buffers none = small_blocks(p, r, p.panel_m, p.panel_n, 8);
-                none.mode = 0;
+                none.buffer_mode = 0;
                 to_pst = {};
                 warned.clear();
                 (packed_a ? p.acopied_driver : p.driver)(&r.op, &r.a, &r.b, &r.c, &none, &r.info);
