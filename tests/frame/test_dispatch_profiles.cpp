@@ -273,6 +273,50 @@ TEST_P(dispatch_profiles, every_limit_and_every_branch_of_the_set_call)
 INSTANTIATE_TEST_SUITE_P(all, dispatch_profiles, testing::Range(0, static_cast<int>(std::size(profiles))),
                          [](const auto &p) { return profiles[p.param].name; });
 
+TEST(dispatch, types_without_kernels_are_fatal)
+{
+    for (const int32_t type : {2, 4, 6, 8, 9, 10, 15, 16, 17, 32, 1000}) {
+        for (const bool of_table : {false, true}) {
+            const auto child = tesh_test::run_forked([&] {
+                tesh_cpu_type = type;
+                of_table ? dispatch<table_address, table_members, dispatch_choose_table_path>()
+                         : dispatch<blas_address, blas_members>();
+                return 0;
+            });
+            EXPECT_EQ(child.out, "Orvan Tesh ERROR: CPU " + std::to_string(type) + " is not supported.\n");
+            EXPECT_EQ(child.err, "");
+            EXPECT_EQ(child.exit_code, 1);
+        }
+    }
+}
+
+TEST(dispatch, an_exit_hook_that_returns_binds_nothing)
+{
+    const auto child = tesh_test::run_forked([] {
+        static int calls = 0;
+        tesh_serv_set_exit_handler([](int32_t code) { calls += code; });
+        tesh_cpu_type = 2;
+        dispatch<blas_address, blas_members>();
+        dispatch<table_address, table_members, dispatch_choose_table_path>();
+        const bool nothing_ran = blas_row_that_ran == -1 && table_row_that_ran == -1;
+        return calls == 2 && nothing_ran && blas_address == nullptr && table_address == nullptr ? 0 : 1;
+    });
+    EXPECT_EQ(child.exit_code, 0);
+}
+
+TEST(dispatch, type_1_is_the_baseline)
+{
+    const auto child = tesh_test::run_forked(
+        [] {
+            tesh_cpu_type = 1;
+            dispatch<blas_address, blas_members>();
+            dispatch<table_address, table_members, dispatch_choose_table_path>();
+            return blas_row_that_ran == dispatch_path_def && table_row_that_ran == dispatch_path_def ? 0 : 1;
+        },
+        {{"TESH_CBWR", ""}});
+    EXPECT_EQ(child.exit_code, 0);
+}
+
 TEST(dispatch_table, has_every_profile)
 {
     std::vector<std::string> listed;

@@ -101,6 +101,8 @@ TEST(get_msg, is_raw_without_arguments_and_formatted_with_them)
 {
     EXPECT_STREQ(tesh_serv_get_msg(6, 0), "Orvan Tesh ERROR: Parameter %d was incorrect on entry to %s.");
     EXPECT_STREQ(tesh_serv_get_msg(6, -1), "Orvan Tesh ERROR: Parameter %d was incorrect on entry to %s.");
+    EXPECT_STREQ(tesh_serv_get_msg(8, 1, "X"),
+                 "Orvan Tesh INTERNAL ERROR: Insufficient workspace available in function X.");
     EXPECT_STREQ(tesh_serv_get_msg(6, 2, 12, "X"), "Orvan Tesh ERROR: Parameter 12 was incorrect on entry to X.");
 }
 
