@@ -8,6 +8,7 @@
 #include <limits>
 #include <regex>
 
+#include "frame/entry/entry.h"
 #include "frame/tesh.h"
 #include "tests/support/child.h"
 #include "tests/support/random.h"
@@ -132,6 +133,35 @@ TEST(sgemm_check, zero_sizes_still_need_a_leading_dimension_of_one)
     call.m = call.n = call.k = &i0;
     call.lda = &i0;
     expect_report(call, 8);
+}
+
+TEST(sgemm_check, empty_sizes_are_right)
+{
+    const auto child = run_forked([] {
+        float c = 7;
+        for (int empty = 0; empty < 3; ++empty) {
+            const int64_t m = empty != 0, n = empty != 1, k = empty != 2;
+            SGEMM("N", "T", &m, &n, &k, &one, &one, &i1, &one, &i1, &one, &c, &i1);
+            for (int32_t layout : {101, 102})
+                cblas_sgemm(layout, 111, 112, m, n, k, 1, &one, 1, &one, 1, 1, &c, 1);
+        }
+        return c == 7 ? 0 : 1;
+    });
+    EXPECT_EQ(child.exit_code, 0);
+    EXPECT_EQ(child.out + child.err, "");
+}
+
+TEST(sgemm_check, answers_1_after_a_report_and_0_without_one)
+{
+    const auto child = run_forked([] {
+        const auto check = [](const char *transa) {
+            return tesh_blas_errchk_sgemm(transa, "N", &i2, &i2, &i2, &one, &one, &i2, &one, &i2, &one, &one, &i2, 1,
+                                          1);
+        };
+        return check("c") * 10 + check("x");
+    });
+    EXPECT_EQ(child.exit_code, 1);
+    EXPECT_EQ(child.out, report(1, "SGEMM "));
 }
 
 TEST(sgemm_check, bad_argument_prints_a_verbose_line_and_computes_nothing)
