@@ -105,22 +105,6 @@ limit binding_limit(const shape &s, const std::string &isa)
     return compute >= move ? limit{false, compute} : limit{true, move};
 }
 
-// The loop of multiply-adds in registers, long enough to time.
-struct peak_loop {
-    static constexpr std::int64_t rounds = 20000;
-    tesh_bench::multiply_add_loop *loop;
-    double flops;
-    explicit peak_loop(const std::string &isa)
-        : loop((isa == "avx512" ? tesh_bench::peak_loops_avx512
-                : isa == "avx2" ? tesh_bench::peak_loops_avx2
-                                : tesh_bench::peak_loops_def)
-                   .multiply_add),
-          flops(2.0 * tesh_bench::lanes(isa) * static_cast<double>(tesh_bench::multiply_adds_per_round * rounds))
-    {
-    }
-    void operator()() const { loop(rounds, 1.0f); }
-};
-
 using group = std::vector<shape>;
 
 void add_squares(group &g, const std::vector<int64_t> &sizes, const std::vector<std::string> &pairs,
@@ -204,7 +188,7 @@ struct runner {
             fortran_sgemm *theirs = peer.fortran<fortran_sgemm>("sgemm");
             all.emplace_back([&call, &s, theirs] { call(theirs, s.beta); });
         }
-        const peak_loop peak(run.isa);
+        const tesh_bench::peak_loop peak(tesh_bench::lanes(run.isa));
         all.emplace_back(peak);
         std::vector<tesh_bench::timing> times = tesh_bench::compare(all, run.case_ms);
         const double peak_ratio = times.back().ratio;
