@@ -265,6 +265,7 @@ TESH_API extern void *(*i_calloc)(size_t count, size_t size);
 TESH_API extern void *(*i_realloc)(void *pointer, size_t size);
 TESH_API extern void (*i_free)(void *pointer);
 
+TESH_API extern int32_t tesh_fast_mm_lock; /* held while the settings are read */
 TESH_API void *tesh_serv_malloc(size_t size, int32_t alignment);
 TESH_API void tesh_serv_free(void *pointer);
 TESH_API void *tesh_serv_realloc(void *pointer, size_t size);

@@ -11,6 +11,8 @@ void *(*i_malloc)(size_t size) = malloc;
 void *(*i_calloc)(size_t count, size_t size) = calloc;
 void *(*i_realloc)(void *pointer, size_t size) = realloc;
 void (*i_free)(void *pointer) = free;
+
+int32_t tesh_fast_mm_lock = 0;
 }
 
 using namespace tesh_memory;
@@ -20,7 +22,6 @@ namespace
 constexpr int32_t setting_bytes = 32; // room for the text of a setting
 constexpr int mebibyte_shift = 20;
 
-int32_t tesh_fast_mm_lock;   // guards the settings while they are read
 uint8_t env_has_been_cached; // 1 once the settings are read, or fixed by tesh_serv_disable_fast_mm
 int32_t mm_init_lock;
 [[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_tesh_fast_mm_lock = &tesh_fast_mm_lock;
