@@ -90,7 +90,7 @@ TESH_API mc3_gemm_copy_fn tesh_blas_mc3_sgemm_copybt;
 TESH_API mc3_gemm_copy_ext_fn tesh_blas_mc3_sgemm_copya_ext;
 TESH_API mc3_gemm_copy_ext_fn tesh_blas_mc3_sgemm_copyb_ext;
 TESH_API mc3_gemm_kernel_fn tesh_blas_mc3_sgemm_ker0;
-TESH_API mc3_gemm_kernel_fn tesh_blas_mc3_sgemm_ker0_pst; // tiles of fewer than 4 rows or 8 columns
+TESH_API mc3_gemm_kernel_fn tesh_blas_mc3_sgemm_ker0_pst; // rest rows and columns, few columns
 
 TESH_API void tesh_blas_mc3_sgemm_mscale(const int64_t *m, const int64_t *n, const float *beta, float *c,
                                          const int64_t *ldc);

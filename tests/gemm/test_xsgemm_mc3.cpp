@@ -274,9 +274,13 @@ TEST_F(mc3, kernels_give_one_sum_in_order_for_every_tile_and_tail)
 TEST_F(mc3, whole_tiles_of_deep_and_wide_blocks_give_their_sums_in_order)
 {
     for (const int64_t k : {127, 128, 129, 255, 256})
-        check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 16, k, guard::at_end);
+        check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 32, k, guard::at_end);
     for (const int64_t k : {257, 512, 600})
-        check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 16, k, guard::at_start, 256);
+        check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 40, k, guard::at_start, 256);
+    for (int64_t m = 1; m <= 9; ++m)
+        for (const int64_t n : {31, 32, 39, 45})
+            for (const int64_t k : {0, 1, 2, 5, 20})
+                check_kernel(tesh_blas_mc3_sgemm_ker0, m, n, k, m % 2 == 0 ? guard::at_end : guard::at_start);
     check_kernel(tesh_blas_mc3_sgemm_ker0, 8, 1048, 256, guard::at_end); // 512 columns are half a mebibyte of B
 }
 
