@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "tests/support/random.h"
 #include "tests/trans/trans_members.h"
@@ -109,7 +110,7 @@ TEST_F(somatcopy, leading_dimensions_around_the_block_borders)
                                      {65536, 128}, {65536, 2048}, {16384, 700},   {1300, 16384},  {64, 65536}};
     for (const members *m : trans_test::members_to_run())
         for (const auto &lead : leads)
-            for (uint64_t outer : {4, 5, 16, 47})
+            for (uint64_t outer : {4, 5, 16, 47, 101})
                 for (uint64_t inner : {2, 8, 33, 60})
                     for (size_t shift : {0, 1, 8}) {
                         const copy_case c{'R', 'T', outer, inner, 1.0f, lead[0], lead[1]};
@@ -276,6 +277,89 @@ TEST_F(somatcopy, chooser_gives_the_same_as_its_routine_on_both_sides_of_the_tea
                 m->somatcopy(c.ordering, c.trans, c.rows, c.cols, c.alpha, a, c.lda, b, c.ldb);
                 ASSERT_EQ(first_difference(b, expected_.data(), expected_.size()), expected_.size()) << c.name();
             }
+}
+
+// From 12 MiB on, whole cache lines of B bypass the caches: every block height, and lines that begin with none.
+TEST_F(somatcopy, results_that_no_cache_would_keep)
+{
+    constexpr uint64_t leads[][2] = {{1776, 1776}, {2048, 2048}, {2304, 2304},
+                                     {2064, 3072}, {8192, 2048}, {2049, 2064}};
+    for (const members *m : trans_test::members_to_run())
+        for (const auto &lead : leads) {
+            if (lead[0] != 1776 && !tesh_test::in_medium_set())
+                continue;
+            const uint64_t inner = lead[0] < 4000 ? lead[0] : 1900, outer = lead[1] < 3000 ? lead[1] : 1800;
+            for (uint64_t less : {0, 5, 9})
+                for (size_t shift : {0, 8, 3}) {
+                    check(*m, {'R', 'T', outer - less, inner - less, 1.0f, lead[0], lead[1]}, false, shift);
+                    if (HasFatalFailure())
+                        return;
+                }
+        }
+}
+
+// Sizes around powers of two with lines from the least to three elements more, and at powers of two.
+TEST_F(somatcopy, sizes_around_powers_of_two_with_every_short_padding)
+{
+    std::vector<uint64_t> sizes = {63, 64, 65, 127, 128, 129, 255, 256, 257};
+    if (tesh_test::in_medium_set())
+        sizes.insert(sizes.end(), {511, 512, 513, 1023, 1024, 1025});
+    if (tesh_test::in_long_set())
+        sizes.insert(sizes.end(), {2047, 2048, 2049, 4000});
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t n : sizes)
+            for (uint64_t pad_a = 0; pad_a < 4; ++pad_a)
+                for (uint64_t pad_b = 0; pad_b < 4; ++pad_b) {
+                    check(*m, {'R', 'T', n, n, 1.0f, n + pad_a, n + pad_b}, false);
+                    check(*m, {'C', 'N', n, n, 1.0f, n + pad_a, n + pad_b}, true);
+                    if (n <= 513) {
+                        check(*m, {'C', 'T', n, n + 1, 2.0f, n + pad_a, n + 1 + pad_b}, true);
+                        check(*m, {'R', 'T', n, n, 1.0f, 1024, 2048}, false);
+                    }
+                    if (HasFatalFailure())
+                        return;
+                }
+}
+
+TEST_F(somatcopy, squares_and_strips_of_8192)
+{
+    if (!tesh_test::in_long_set())
+        GTEST_SKIP() << "of the long set";
+    arena from(size_t(8195) * 8195 + 1024), to(size_t(8195) * 8195 + 1024);
+    for (const members *m : trans_test::members_to_run())
+        for (const auto &[n, lda, ldb] : {std::tuple(8191, 8191, 8191), std::tuple(8192, 8192, 8192),
+                                          std::tuple(8192, 8195, 8193), std::tuple(8193, 8193, 8194)}) {
+            const copy_case c{'R',
+                              'T',
+                              static_cast<uint64_t>(n),
+                              static_cast<uint64_t>(n),
+                              1.0f,
+                              static_cast<uint64_t>(lda),
+                              static_cast<uint64_t>(ldb)};
+            float *a = from.cut(c.source_size(), false), *b = to.cut(c.target_size(), false);
+            fill_source(c, a);
+            m->somatcopy2_seq('R', 'T', c.rows, c.cols, 1.0f, a, c.lda, 1, b, c.ldb, 1);
+            for (uint64_t j = 0; j < c.cols; ++j) {
+                for (uint64_t i = 0; i < c.rows; ++i)
+                    ASSERT_EQ(b[j * c.ldb + i], a[i * c.lda + j]) << m->path << ' ' << c.name();
+                for (uint64_t i = c.rows; i < c.ldb && j + 1 < c.cols; ++i)
+                    ASSERT_EQ(std::memcmp(b + j * c.ldb + i, &trans_test::canary_bits, 4), 0) << m->path << c.name();
+            }
+        }
+}
+
+// Over a stretch of equal targets the last element of a line stays: rounds store from low to high.
+TEST_F(somatcopy, elements_of_a_kept_line_are_stored_from_low_to_high)
+{
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t n : {1, 6, 7, 8, 9, 15, 16, 17, 23, 31, 40}) {
+            std::vector<float> a(n);
+            for (uint64_t j = 0; j < n; ++j)
+                a[j] = static_cast<float>(j + 1);
+            float b = 0.0f;
+            m->somatcopy2_n(1, n, a.data(), n, 1, &b, 1, 0, 2.0f);
+            EXPECT_EQ(b, 2.0f * static_cast<float>(n)) << m->path;
+        }
 }
 
 TEST_F(somatcopy, large_squares)

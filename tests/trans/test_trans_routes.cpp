@@ -93,8 +93,8 @@ TEST(routes, plain_transposition)
         const bool halves = std::string(m->path) == "avx512"; // 32 bytes are half of its alignment
         EXPECT_EQ(out_of_place(*m, 'T', 64, 64, 1.0f, 64, 64, 8), bits({halves ? direct : kernel})) << m->path;
         EXPECT_EQ(out_of_place(*m, 'T', 5, 2, 1.0f, 8192, 8192),
-                  bits({kernel == trans_route_kernel && !has_lanes(*m) ? trans_route_kernel_grouped : kernel}))
-            << m->path; // a wide tile takes its 16 columns from each line at once
+                  bits({has_kernels(*m) ? trans_route_kernel_grouped : trans_route_rec_t_1}))
+            << m->path;
         EXPECT_EQ(out_of_place(*m, 'T', 1, 64, 1.0f, 64, 1),
                   bits({has_kernels(*m) ? trans_route_one_line : trans_route_rec_t_1}));
         EXPECT_EQ(out_of_place(*m, 'T', 64, 1, 1.0f, 1, 64),
@@ -111,6 +111,7 @@ TEST(routes, team_border_of_the_out_of_place_chooser)
             return (tesh_trans_routes_taken & bits({trans_route_somatcopy2_par})) != 0;
         };
         EXPECT_FALSE(takes_team(16, 5000));
+        EXPECT_FALSE(takes_team(16, 6000));
         EXPECT_FALSE(takes_team(5000, 16));
         EXPECT_FALSE(takes_team(100, 81));
         EXPECT_TRUE(takes_team(100, 82));

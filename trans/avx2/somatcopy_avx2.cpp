@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Out-of-place copy and transposition, avx2 path: panels of blocks of 8 x 8 tiles, a 32-byte ladder that
 // prefetches.
-#include "frame/path/vec_avx2.h"
 #include "trans/body/somatcopy2_n_body.h"
 #include "trans/body/somatcopy2_t_panels_body.h"
 #include "trans/body/somatcopy_body.h"
-#include "trans/body/tile_8.h"
 #include "trans/body/unrollcopy_body.h"
 #include "trans/trans_paths.h"
 
@@ -15,9 +13,14 @@ struct somatcopy_avx2 {
     static constexpr auto seq = tesh_trans_avx2_tesh_somatcopy2_seq;
     static constexpr auto n = tesh_trans_avx2_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_avx2_tesh_somatcopy2_t;
-    using moves = wide_8;
-    using block = block_of_tiles<wide_8, false>;
     static constexpr uint64_t aligned_bytes = 32; // of B, for whole lines
+    // [elements] of a store to a block of B. Four stores a cache line are enough to keep the lines of one cache set
+    // apart in the store queue where lines of B are odd multiples of 1024 bytes apart; nearer ones wait
+    // (trans/body/settled.h).
+    static uint64_t store_width(const float *, uint64_t ldb, uint64_t)
+    {
+        return ldb * sizeof(float) % (2 * aliased_bytes) == aliased_bytes ? 4 : 8;
+    }
     static void one_line(uint64_t length, const float *a, float *b, uint64_t ldb)
     {
         move_strided(length, a, 1, b, ldb);
@@ -53,8 +56,7 @@ void tesh_trans_avx2_tesh_somatcopy2_seq(char ordering, char trans, uint64_t row
 void tesh_trans_avx2_tesh_somatcopy2_n(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda,
                                        uint64_t stridea, float *b, uint64_t ldb, uint64_t strideb, float alpha)
 {
-    somatcopy2_n_body<vec_avx2, tesh_trans_avx2_tesh_unrollcopy>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb,
-                                                                 alpha);
+    somatcopy2_n_body<tesh_trans_avx2_tesh_unrollcopy>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
 }
 
 void tesh_trans_avx2_tesh_somatcopy2_t(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda,

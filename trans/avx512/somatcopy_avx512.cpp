@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Out-of-place copy and transposition, avx512 path: panels of blocks of 16 x 16 tiles, gather and scatter for strides, a
-// 64-byte ladder with non-temporal rounds.
+// Out-of-place copy and transposition, avx512 path: panels of blocks of 16 x 16 tiles, gather and scatter for strides,
+// a 64-byte ladder with non-temporal rounds.
 #include "trans/avx512/strided_avx512.h"
 #include "trans/body/somatcopy2_n_body.h"
 #include "trans/body/somatcopy2_t_panels_body.h"
 #include "trans/body/somatcopy_body.h"
-#include "trans/body/tile_16.h"
 #include "trans/body/unrollcopy_body.h"
 #include "trans/trans_paths.h"
 
@@ -18,16 +17,19 @@ struct somatcopy_avx512 {
     static constexpr auto seq = tesh_trans_avx512_tesh_somatcopy2_seq;
     static constexpr auto n = tesh_trans_avx512_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_avx512_tesh_somatcopy2_t;
-    using moves = wide_16;
-    using block = block_of_tiles<wide_16, false>;
     static constexpr uint64_t aligned_bytes = 64; // of B, for whole lines
+    // [elements] of a store to a block of B: half a cache line where its runs begin with one.
+    static uint64_t store_width(const float *b, uint64_t ldb, uint64_t lanes)
+    {
+        return lanes == 8 && ldb % 16 == 0 && reinterpret_cast<uintptr_t>(b) % aligned_bytes == 0 ? 8 : 4;
+    }
     static void one_line(uint64_t length, const float *a, float *b, uint64_t ldb)
     {
-        strided_avx512<false, masked_least_scatter>(length, a, 1, b, ldb, 1.0f);
+        strided_avx512<false, true, false, masked_least_scatter>(length, a, 1, b, ldb, 1.0f);
     }
     static void one_column(uint64_t length, const float *a, uint64_t lda, float *b)
     {
-        strided_avx512<false, masked_least_gather>(length, a, lda, b, 1, 1.0f);
+        strided_avx512<false, false, true, masked_least_gather>(length, a, lda, b, 1, 1.0f);
     }
 };
 
@@ -64,7 +66,8 @@ void tesh_trans_avx512_tesh_somatcopy2_n(uint64_t n_outer, uint64_t n_inner, con
         return;
     }
     for (uint64_t i = 0; i < n_outer; ++i)
-        strided_avx512<true, masked_least_copy>(n_inner, a + i * lda, stridea, b + i * ldb, strideb, alpha);
+        strided_avx512<true, false, false, masked_least_copy>(n_inner, a + i * lda, stridea, b + i * ldb, strideb,
+                                                              alpha);
 }
 
 void tesh_trans_avx512_tesh_somatcopy2_t(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda,

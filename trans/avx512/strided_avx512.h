@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// y[j*stridey] := alpha*x[j*stridex] in rounds of 16 elements: gather and scatter, which for a stride of 1 are a load and
-// a store; a rest of at least masked_least elements runs once under a mask, a shorter one singly.
+// y[j*stridey] := alpha*x[j*stridex] in rounds of 16 elements: gather and scatter, or a load (unit_x) and a store
+// (unit_y) on a side whose stride is 1 by its role; a rest of at least masked_least elements runs once under a mask, a
+// shorter one singly.
 #pragma once
 #include "trans/body/transpose_tile.h"
 
@@ -15,7 +16,7 @@ inline __m512i strided_lanes(uint64_t stride)
 }
 
 template <bool scaled, bool unit_x, bool unit_y, uint64_t masked_least>
-void strided_line_avx512(uint64_t n, const float *x, uint64_t stridex, float *y, uint64_t stridey, float alpha)
+void strided_avx512(uint64_t n, const float *x, uint64_t stridex, float *y, uint64_t stridey, float alpha)
 {
     uint64_t j = 0;
     if (stridex <= gather_stride_most && stridey <= gather_stride_most) {
@@ -47,16 +48,6 @@ void strided_line_avx512(uint64_t n, const float *x, uint64_t stridex, float *y,
         }
     }
     for (; j < n; ++j)
-        tile_1::move<scaled>(x + j * stridex, 0, y + j * stridey, 0, alpha);
-}
-
-template <bool scaled, uint64_t masked_least>
-void strided_avx512(uint64_t n, const float *x, uint64_t stridex, float *y, uint64_t stridey, float alpha)
-{
-    const bool unit_x = stridex == 1, unit_y = stridey == 1;
-    (unit_x && unit_y ? strided_line_avx512<scaled, true, true, masked_least>
-     : unit_x         ? strided_line_avx512<scaled, true, false, masked_least>
-     : unit_y         ? strided_line_avx512<scaled, false, true, masked_least>
-                      : strided_line_avx512<scaled, false, false, masked_least>)(n, x, stridex, y, stridey, alpha);
+        move_element<scaled>(x + j * stridex, y + j * stridey, alpha);
 }
 } // namespace

@@ -2,8 +2,8 @@
 // b[j*ldb + i*strideb] := alpha*a[i*lda + j*stridea], what the paths with block kernels share (mc3, avx2, avx512), and
 // mc3's walk.
 //
-// alpha = 1 with unit strides goes by blocks of source lines whose height follows from the leading dimensions alone; all
-// else goes by recursion.
+// alpha = 1 with unit strides goes by blocks of source lines whose height follows from the leading dimensions alone;
+// all else goes by recursion.
 #pragma once
 #include "trans/body/somatcopy2_rec_body.h"
 
@@ -19,7 +19,7 @@ inline void move_strided(uint64_t n, const float *x, uint64_t stridex, float *y,
 {
 #pragma GCC unroll 8
     for (uint64_t j = 0; j < n; ++j)
-        tile_1::move<false>(x + j * stridex, 0, y + j * stridey, 0, 1.0f);
+        move_element<false>(x + j * stridex, y + j * stridey, 1.0f);
 }
 
 struct trans_blocking {
@@ -29,8 +29,8 @@ struct trans_blocking {
 
 // As many lines as fill a page of A, 16 times where a line of B fits a page, else 46 times, in multiples of multiple
 // [lines]. Where the lines of such a group start at multiples of 32768 bytes, or near them, they share few cache sets:
-// their columns are taken 16 at a time through a buffer. (That needs lda > 1024, for a shorter line puts a group's bytes
-// between one page and two.)
+// their columns are taken 16 at a time through a buffer. (That needs lda > 1024, for a shorter line puts a group's
+// bytes between one page and two.)
 template <uint64_t multiple> constexpr trans_blocking page_blocking(uint64_t lda, uint64_t ldb)
 {
     const uint64_t lines_in_page = (4 * lda + page_bytes - 1) / (4 * lda);
@@ -56,9 +56,9 @@ bool somatcopy2_t_simple(uint64_t n_outer, uint64_t n_inner, const float *a, uin
     if (n_outer == 0 || n_inner == 0)
         return true;
     if (!(alpha == 1.0f)) {
-        tesh_xomatcopy2_rec_t<typename path::block>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
+        tesh_xomatcopy2_rec_t(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
     } else if (stridea != 1 || strideb != 1 || lda == 0 || ldb == 0) {
-        tesh_xomatcopy2_rec_t_1<typename path::block>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
+        tesh_xomatcopy2_rec_t_1(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
     } else if (n_outer == 1) {
         trans_took(trans_route_one_line);
         path::one_line(n_inner, a, b, ldb);
@@ -69,38 +69,5 @@ bool somatcopy2_t_simple(uint64_t n_outer, uint64_t n_inner, const float *a, uin
         return false;
     }
     return true;
-}
-
-// One block. With group > 1 each line is touched with group adjacent elements at a time, which go through a buffer on
-// the stack and leave as whole lines of B.
-inline void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
-                                                             float *b, uint64_t ldb, uint64_t group)
-{
-    if (group == 1) {
-        trans_took(trans_route_kernel);
-        transpose_block<tile_4, false>(rows, cols, a, lda, b, ldb, 1.0f);
-        return;
-    }
-    trans_took(trans_route_kernel_grouped);
-    alignas(64) float buffer[aliased_group * block_lines_most];
-    for (uint64_t first = 0; first < cols; first += group) {
-        const uint64_t width = cols - first < group ? cols - first : group;
-        transpose_block<tile_4, false>(rows, width, a + first, lda, buffer, rows, 1.0f);
-        for (uint64_t k = 0; k < width; ++k)
-            __builtin_memcpy(b + (first + k) * ldb, buffer + k * rows, rows * sizeof *b);
-    }
-}
-
-// mc3: blocks of lines with all their columns.
-template <class path>
-void somatcopy2_t_blocks(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea, float *b,
-                         uint64_t ldb, uint64_t strideb, float alpha)
-{
-    if (somatcopy2_t_simple<path>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha))
-        return;
-    const trans_blocking by = page_blocking<1>(lda, ldb);
-    for (uint64_t i = 0; i < n_outer; i += by.block)
-        xomatcopy_blk_t_one_transpose_kernel_by_src_rows(n_outer - i < by.block ? n_outer - i : by.block, n_inner,
-                                                         a + i * lda, lda, b + i, ldb, by.group);
 }
 } // namespace

@@ -1,87 +1,98 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Moves of 8 x 8, 16 x 16, 16 x 4 and 4 x 16 elements in 256-bit registers, for avx2 and avx512 files (lines x columns of
-// a). The exchange of 128-bit halves is done by the loads, so that only shuffles within halves are left.
+// How 8 columns of 16 or 8 lines move in 256-bit registers, for avx2 and avx512 files.
 #pragma once
-#include "trans/body/transpose_area.h"
+#include "trans/body/settled.h"
+#include "trans/body/transpose_tile.h"
 
 namespace
 {
-// 8 lines of 4 elements become 4 lines of 8.
-[[gnu::always_inline]] inline void turn_8_lines(__m256 *column, const float *a, uint64_t lda)
-{
-    __m256 r[4];
-#pragma GCC unroll 4
-    for (uint64_t i = 0; i < 4; ++i)
-        r[i] =
-            _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(a + i * lda)), _mm_loadu_ps(a + (i + 4) * lda), 1);
-    const __m256 low01 = _mm256_unpacklo_ps(r[0], r[1]), high01 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 low23 = _mm256_unpacklo_ps(r[2], r[3]), high23 = _mm256_unpackhi_ps(r[2], r[3]);
-    column[0] = _mm256_shuffle_ps(low01, low23, 0x44);
-    column[1] = _mm256_shuffle_ps(low01, low23, 0xee);
-    column[2] = _mm256_shuffle_ps(high01, high23, 0x44);
-    column[3] = _mm256_shuffle_ps(high01, high23, 0xee);
-}
-
-template <bool scaled, bool stream> [[gnu::always_inline]] inline void put_8(float *p, __m256 x, float alpha)
-{
-    const __m256 value = scaled ? _mm256_mul_ps(_mm256_set1_ps(alpha), x) : x;
-    if constexpr (stream)
-        _mm256_stream_ps(p, value);
-    else
-        _mm256_storeu_ps(p, value);
-}
-
-struct tile_8 {
-    static constexpr uint64_t size = 8;
-    using smaller = tile_4;
-    template <bool scaled>
-    [[gnu::always_inline]] static inline void move(const float *a, uint64_t lda, float *b, uint64_t ldb, float alpha)
-    {
-#pragma GCC unroll 2
-        for (uint64_t j = 0; j < 8; j += 4) {
-            __m256 column[4];
-            turn_8_lines(column, a + j, lda);
-#pragma GCC unroll 4
-            for (uint64_t c = 0; c < 4; ++c)
-                put_8<scaled, false>(b + (j + c) * ldb, column[c], alpha);
-        }
-    }
+// How runs of b are stored. width [elements] of a store: 8 or 4. stream: past the caches; runs are whole cache lines.
+// wait: a step begins when the stores of the last one have reached the first cache (trans/body/settled.h).
+template <int store_width, bool past_caches, bool for_stores> struct run_store {
+    static constexpr int width = store_width;
+    static constexpr bool stream = past_caches;
+    static constexpr bool wait = for_stores;
 };
 
-struct wide_8 {
-    using smaller = tile_8;
-
-    template <bool scaled, bool stream, bool>
-    [[gnu::always_inline]] static inline void move_16x16(const float *a, uint64_t lda, float *b, uint64_t ldb,
-                                                         float alpha)
-    {
-#pragma GCC unroll 4
-        for (uint64_t j = 0; j < 16; j += 4)
-            move_16x4<scaled, stream>(a + j, lda, b + j * ldb, ldb, alpha);
+// Stores 8 lines of a column: 4 are a half of low, 4 the same half of high; upper says which half.
+template <class how> [[gnu::always_inline]] inline void put_halves(float *p, __m256 low, __m256 high, bool upper)
+{
+    if constexpr (how::width == 4) {
+        const __m128 first = upper ? _mm256_extractf128_ps(low, 1) : _mm256_castps256_ps128(low);
+        const __m128 second = upper ? _mm256_extractf128_ps(high, 1) : _mm256_castps256_ps128(high);
+        if constexpr (how::stream) {
+            _mm_stream_ps(p, first);
+            _mm_stream_ps(p + 4, second);
+        } else {
+            _mm_storeu_ps(p, first);
+            _mm_storeu_ps(p + 4, second);
+        }
+    } else {
+        const __m256 run = upper ? _mm256_permute2f128_ps(low, high, 0x31) : _mm256_permute2f128_ps(low, high, 0x20);
+        if constexpr (how::stream)
+            _mm256_stream_ps(p, run);
+        else
+            _mm256_storeu_ps(p, run);
     }
+}
 
-    // Both halves of a line of b are stored together.
-    template <bool scaled, bool stream>
-    [[gnu::always_inline]] static inline void move_16x4(const float *a, uint64_t lda, float *b, uint64_t ldb,
-                                                        float alpha)
+// 4 lines of 8 elements: column c of them in the low half of t[c], column 4 + c in the high half.
+[[gnu::always_inline]] inline void turn_4x8(__m256 *t, const float *a, uint64_t lda)
+{
+    const __m256 r0 = _mm256_loadu_ps(a), r1 = _mm256_loadu_ps(a + lda);
+    const __m256 r2 = _mm256_loadu_ps(a + 2 * lda), r3 = _mm256_loadu_ps(a + 3 * lda);
+    const __m256 low01 = _mm256_unpacklo_ps(r0, r1), high01 = _mm256_unpackhi_ps(r0, r1);
+    const __m256 low23 = _mm256_unpacklo_ps(r2, r3), high23 = _mm256_unpackhi_ps(r2, r3);
+    t[0] = _mm256_shuffle_ps(low01, low23, 0x44);
+    t[1] = _mm256_shuffle_ps(low01, low23, 0xee);
+    t[2] = _mm256_shuffle_ps(high01, high23, 0x44);
+    t[3] = _mm256_shuffle_ps(high01, high23, 0xee);
+}
+
+struct moves_8 {
+    // b := a^T, cols a multiple of 8. Pointers to every fourth line advance, so that each address is a base and a
+    // multiple of a leading dimension. ahead: the distance of prefetches of a [elements], 0 for none.
+    template <class how, int lines, uint64_t ahead>
+    [[gnu::always_inline]] static inline void move(uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
     {
-        __m256 upper[4], lower[4];
-        turn_8_lines(upper, a, lda);
-        turn_8_lines(lower, a + 8 * lda, lda);
-#pragma GCC unroll 4
-        for (uint64_t c = 0; c < 4; ++c) {
-            put_8<scaled, stream>(b + c * ldb, upper[c], alpha);
-            put_8<scaled, stream>(b + c * ldb + 8, lower[c], alpha);
+        const float *a0 = a, *a4 = a + 4 * lda, *a8 = a + 8 * lda, *a12 = a + 12 * lda;
+        float *b0 = b, *b4 = b + 4 * ldb;
+        for (uint64_t j = 0; j < cols; j += 8) {
+            __m256 t[lines];
+            if constexpr (ahead > 0) {
+                const float *const next = (lines == 16 && j % 16 != 0 ? a8 : a0) + ahead;
+#pragma GCC unroll 8
+                for (uint64_t i = 0; i < 8; ++i)
+                    _mm_prefetch(reinterpret_cast<const char *>(next + i * lda), _MM_HINT_T0);
+            }
+            turn_4x8(t, a0, lda);
+            turn_4x8(t + 4, a4, lda);
+            if constexpr (lines == 16) {
+                turn_4x8(t + 8, a8, lda);
+                turn_4x8(t + 12, a12, lda);
+            }
+#pragma GCC unroll 8
+            for (uint64_t c = 0; c < 8; ++c) {
+                float *const run = (c < 4 ? b0 : b4) + c % 4 * ldb;
+                put_halves<how>(run, t[c % 4], t[4 + c % 4], c >= 4);
+                if constexpr (lines == 16)
+                    put_halves<how>(run + 8, t[8 + c % 4], t[12 + c % 4], c >= 4);
+            }
+            uint64_t step = 8 * ldb;
+            if constexpr (how::wait && lines == 16)
+                step += settled_zero(b4 + 3 * ldb + 7);
+            a0 += 8;
+            a4 += 8;
+            a8 += 8;
+            a12 += 8;
+            b0 += step;
+            b4 += step;
         }
     }
-
-    template <bool scaled>
-    [[gnu::always_inline]] static inline void move_4x16(const float *a, uint64_t lda, float *b, uint64_t ldb,
-                                                        float alpha)
+    [[gnu::always_inline]] static inline void move_4x8(const float *a, uint64_t lda, float *b, uint64_t ldb)
     {
-#pragma GCC unroll 4
-        for (uint64_t j = 0; j < 16; j += 4)
-            tile_4::move<scaled>(a + j, lda, b + j * ldb, ldb, alpha);
+        move_4x4(a, lda, b, ldb);
+        move_4x4(a + 4, lda, b + 4 * ldb, ldb);
     }
 };
 } // namespace

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Out-of-place copy and transposition, def path: recursion with 4 x 4 tiles, SSE2 lines, a copy by 8-byte words.
-#include "frame/path/vec_def.h"
+// Out-of-place copy and transposition, def path: recursion, lines by 8 elements, a copy by 8-byte words.
 #include "trans/body/somatcopy2_n_body.h"
 #include "trans/body/somatcopy2_rec_body.h"
 #include "trans/body/somatcopy_body.h"
@@ -33,8 +32,7 @@ void tesh_trans_def_tesh_somatcopy2_seq(char ordering, char trans, uint64_t rows
 void tesh_trans_def_tesh_somatcopy2_n(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda,
                                       uint64_t stridea, float *b, uint64_t ldb, uint64_t strideb, float alpha)
 {
-    somatcopy2_n_body<vec_def, tesh_trans_def_tesh_unrollcopy>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb,
-                                                               alpha);
+    somatcopy2_n_body<tesh_trans_def_tesh_unrollcopy>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
 }
 
 void tesh_trans_def_tesh_somatcopy2_t(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda,
@@ -43,9 +41,9 @@ void tesh_trans_def_tesh_somatcopy2_t(uint64_t n_outer, uint64_t n_inner, const 
     if (n_outer == 0 || n_inner == 0)
         return;
     if (alpha == 1.0f)
-        tesh_xomatcopy2_rec_t_1<block_of_4>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
+        tesh_xomatcopy2_rec_t_1(n_outer, n_inner, a, lda, stridea, b, ldb, strideb);
     else
-        tesh_xomatcopy2_rec_t<block_of_4>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
+        tesh_xomatcopy2_rec_t(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
 }
 
 void tesh_trans_def_tesh_unrollcopy(void *dest, uint64_t dest_capacity, const void *src, uint64_t count)
@@ -59,6 +57,7 @@ void tesh_trans_def_tesh_unrollcopy(void *dest, uint64_t dest_capacity, const vo
 #pragma GCC unroll 8
     for (uint64_t i = 0; i < words; ++i)
         __builtin_memcpy(to + 8 * i, from + 8 * i, 8);
-    copy_tail<4>(to + 8 * words, from + 8 * words, count % 8);
+    for (uint64_t i = 8 * words; i < count; ++i)
+        to[i] = from[i];
 }
 }
