@@ -98,6 +98,41 @@ TEST_F(simatcopy, squares_at_power_of_two_lines)
             }
 }
 
+// alpha = 1 in large squares: the walk in shells with and without prefetches, then what is left of 16.
+TEST_F(simatcopy, large_squares)
+{
+    std::vector<uint64_t> sizes = {1254, 1296, 1300};
+    if (tesh_test::in_medium_set())
+        sizes.insert(sizes.end(), {1600, 2047, 2048, 2049, 2560});
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t n : sizes)
+            for (uint64_t lead : {n, n + 1, (n + 31) / 16 * 16}) {
+                check(*m, {'C', 'T', n, n, 1.0f, lead, lead}, true);
+                if (HasFatalFailure())
+                    return;
+            }
+}
+
+TEST_F(simatcopy, square_of_8192)
+{
+    if (!tesh_test::in_long_set())
+        GTEST_SKIP() << "of the long set";
+    for (uint64_t n : {8191, 8192, 8193}) {
+        arena large(n * n);
+        for (const members *m : trans_test::members_to_run()) {
+            float *a = large.cut(n * n, true);
+            const auto value = [=](uint64_t i, uint64_t j) { return static_cast<float>((i * n + j) % 16777213); };
+            for (uint64_t i = 0; i < n; ++i)
+                for (uint64_t j = 0; j < n; ++j)
+                    a[i * n + j] = value(i, j);
+            m->simatcopy('R', 'T', n, n, 1.0f, a, n, n);
+            for (uint64_t i = 0; i < n; ++i)
+                for (uint64_t j = 0; j < n; ++j)
+                    ASSERT_EQ(a[j * n + i], value(i, j)) << m->path << ' ' << n;
+        }
+    }
+}
+
 TEST_F(simatcopy, tiles_direct_entry)
 {
     for (const members *m : trans_test::members_to_run())

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// In-place copy and transposition, avx512 path: 16 x 16 tiles in 512-bit registers; rests of lines under a
-// mask.
+// In-place copy and transposition, avx512 path: 16 x 16 tiles of 4 x 4 pieces in 128-bit registers; rests of
+// lines under a mask.
 #include "frame/path/vec_avx512.h"
+#include "trans/avx512/square_tile_avx512.h"
 #include "trans/body/simatcopy_body.h"
 #include "trans/body/simatcopy_mipt_t_body.h"
+#include "trans/body/simatcopy_n_body.h"
 #include "trans/body/simatcopy_square_t_body.h"
-#include "trans/body/square_tile_16.h"
 #include "trans/trans_paths.h"
 
 namespace
@@ -26,6 +27,9 @@ struct line_avx512 : vec_avx512 {
         store(y, mul(set1(alpha), load(x, rest)), rest);
     }
 };
+
+using square_tile_avx512 =
+    square_tile_of_16<tesh_trans_avx512_avx_strans_block_16x16, tesh_trans_avx512_avx_sswap_blocks_16x16>;
 } // namespace
 
 extern "C" {
@@ -49,7 +53,7 @@ void tesh_trans_avx512_tesh_simatcopy_mipt_n(uint64_t n_outer, uint64_t n_inner,
 void tesh_trans_avx512_tesh_simatcopy_mipt_t(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb,
                                              float alpha)
 {
-    simatcopy_mipt_t_body<line_avx512>(n_outer, n_inner, a, lda, ldb, alpha);
+    simatcopy_mipt_t_body(n_outer, n_inner, a, lda, ldb, alpha);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t(uint64_t n, float *a, uint64_t lda, float alpha)
@@ -64,28 +68,28 @@ int32_t tesh_trans_avx512_ssqtrans(float *a, uint64_t n, uint64_t lda)
 
 void tesh_trans_avx512_ssqtrans_fit_64(float *a, uint64_t n, uint64_t lda)
 {
-    ssqtrans_fit_64_body<square_tile_16>(a, n, lda);
+    ssqtrans_fit_64_body<square_tile_avx512>(a, n, lda);
 }
 
 void tesh_trans_avx512_avx_strans_block_16x16(float *a, uint64_t lda)
 {
-    square_tile_16::strans(a, lda);
+    strans_16<strans_8x8, sswap_8x8>(a, lda);
 }
 
 void tesh_trans_avx512_avx_sswap_blocks_16x16(float *p, float *q, uint64_t lda)
 {
-    square_tile_16::sswap(p, q, lda);
+    sswap_16<sswap_8x8>(p, q, lda);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker,
                                                     uint64_t workers)
 {
-    simatcopy_square_t_team_body<square_tile_16>(n, a, lda, worker, workers);
+    simatcopy_square_t_team_body<square_tile_avx512>(n, a, lda, worker, workers);
 }
 
 void tesh_trans_avx512_tesh_simatcopy_square_t_64x64n(float *p, float *q, uint64_t lda, int32_t diagonal)
 {
-    simatcopy_square_t_64x64n_body<square_tile_16>(p, q, lda, diagonal);
+    simatcopy_square_t_64x64n_body<square_tile_avx512>(p, q, lda, diagonal);
 }
 
 void tesh_trans_avx512_ssqtrans_team(float *, uint64_t, uint64_t, uint64_t, uint64_t, int32_t *team_class)

@@ -9,7 +9,9 @@
 // A step costs one quotient, taken as the high half of a product with ceil(2^64 / L): exact while p*L < 2^64 (Lemire,
 // Kaser, Kurz 2019, "Faster remainder by direct computation"). The walk ends as soon as every element has been moved.
 #pragma once
-#include "trans/body/simatcopy_n_body.h"
+#include <stdint.h>
+
+#include "trans/routes.h"
 
 namespace
 {
@@ -64,8 +66,8 @@ template <class quotient> struct cycles_tight {
     bool is_source(uint64_t) const { return true; }
 };
 
-// The first steps run without a branch of their own, so that the walks of several elements overlap: they find most of the
-// elements that are no leaders.
+// The first steps run without a branch of their own, so that the walks of several elements overlap: they find most of
+// the elements that are no leaders.
 template <class cycles> inline bool is_leader(const cycles &walk, uint64_t p)
 {
     constexpr int screened = 4; // [steps]
@@ -133,18 +135,19 @@ void simatcopy_cycles_of(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t 
         simatcopy_cycles<cycles_padded<quotient>>(n_outer, n_inner, a, lda, ldb, alpha);
 }
 
-template <class v>
-void simatcopy_mipt_t_body(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
+inline void simatcopy_mipt_t_body(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
 {
     trans_took(trans_route_mipt_t);
     if (n_outer == 0 || n_inner == 0)
         return;
     uint64_t area, reach;
-    if (lda == 1 || ldb == 1) // every position is a cycle of its own
-        scale_rising<v>(n_outer * n_inner, a, a, alpha);
-    else if (!__builtin_mul_overflow(lda, ldb, &area) && !__builtin_mul_overflow(area, lda, &reach))
+    if (lda == 1 || ldb == 1) { // every position is a cycle of its own
+        for (uint64_t p = 0; p < n_outer * n_inner; ++p)
+            a[p] *= alpha;
+    } else if (!__builtin_mul_overflow(lda, ldb, &area) && !__builtin_mul_overflow(area, lda, &reach)) {
         simatcopy_cycles_of<quotient_by_product>(n_outer, n_inner, a, lda, ldb, alpha);
-    else
+    } else {
         simatcopy_cycles_of<quotient_by_division>(n_outer, n_inner, a, lda, ldb, alpha);
+    }
 }
 } // namespace

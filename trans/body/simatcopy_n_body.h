@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// a := alpha*a in one block, and a[i*ldb + j] := alpha*a[i*lda + j] in the same array. v brings the register, and scale_rest,
-// which does less than a register of elements.
+// a := alpha*a in one block, and a[i*ldb + j] := alpha*a[i*lda + j] in the same array. v brings the register, and
+// scale_rest, which does less than a register of elements.
 #pragma once
 #include <stdint.h>
 
@@ -19,14 +19,16 @@ template <class v> inline void scale_rising(uint64_t n, const float *x, float *y
     v::scale_rest(n - j, x + j, y + j, alpha);
 }
 
-// The same with j falling; y is not below x where they overlap.
-template <class v> inline void scale_falling(uint64_t n, const float *x, float *y, float alpha)
+// The same with j falling, in blocks of 8 elements and the rest singly; y is not below x where they overlap.
+inline void scale_falling(uint64_t n, const float *x, float *y, float alpha)
 {
-    const typename v::reg av = v::set1(alpha);
+    constexpr uint64_t round = 8; // [elements]
     uint64_t j = n;
-#pragma GCC unroll 4
-    for (; j >= v::width; j -= v::width)
-        v::store(y + j - v::width, v::mul(av, v::load(x + j - v::width)));
+    for (; j >= round; j -= round) {
+#pragma GCC unroll 8
+        for (uint64_t u = 1; u <= round; ++u)
+            y[j - u] = alpha * x[j - u];
+    }
     while (j-- > 0)
         y[j] = alpha * x[j];
 }
@@ -50,7 +52,7 @@ void simatcopy_mipt_n_body(uint64_t n_outer, uint64_t n_inner, float *a, uint64_
             scale_rising<v>(n_inner, a + i * lda, a + i * ldb, alpha);
     } else {
         for (uint64_t i = n_outer; i-- > 0;)
-            scale_falling<v>(n_inner, a + i * lda, a + i * ldb, alpha);
+            scale_falling(n_inner, a + i * lda, a + i * ldb, alpha);
     }
 }
 } // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// a := alpha*a^T in place, n x n: tiles for alpha = 1, pairs that are scaled as they swap for any other; and the share of
-// a team's worker.
+// a := alpha*a^T in place, n x n: tiles for alpha = 1, pairs that are scaled as they swap for any other; and the share
+// of a team's worker.
 #pragma once
 #include "trans/body/ssqtrans_body.h"
 #include "trans/trans.h"
@@ -18,38 +18,13 @@ inline void exchange_scaled(float *x, float *y, float alpha)
     *y = product_x;
 }
 
-// p, q := alpha*q^T, alpha*p^T, 4 x 4 each, apart.
-[[gnu::always_inline]] inline void swap_scaled_4x4(float *p, float *q, uint64_t lda, float alpha)
-{
-    const __m128 av = _mm_set1_ps(alpha);
-    __m128 x[4], y[4];
-    load_4(x, p, lda);
-    load_4(y, q, lda);
-    transpose_4(x);
-    transpose_4(y);
-#pragma GCC unroll 4
-    for (int i = 0; i < 4; ++i) {
-        x[i] = _mm_mul_ps(av, x[i]);
-        y[i] = _mm_mul_ps(av, y[i]);
-    }
-    store_4(y, p, lda);
-    store_4(x, q, lda);
-}
-
-// Row i against column i up to the diagonal, 4 rows at a time and 4 pairs of each per round.
+// Row i against column i up to the diagonal.
 inline void square_t_scaled(uint64_t n, float *a, uint64_t lda, float alpha)
 {
-    uint64_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        for (uint64_t k = 0; k < i; k += 4)
-            swap_scaled_4x4(a + i * lda + k, a + k * lda + i, lda, alpha);
-        for (uint64_t row = i; row < i + 4; ++row)
-            for (uint64_t k = i; k <= row; ++k)
-                exchange_scaled(a + row * lda + k, a + k * lda + row, alpha);
+    for (uint64_t i = 0; i < n; ++i) {
+        float *const row = a + i * lda, *const column = a + i;
+        in_rounds<pair_round>(i + 1, [=](uint64_t k) { exchange_scaled(row + k, column + k * lda, alpha); });
     }
-    for (; i < n; ++i)
-        for (uint64_t k = 0; k <= i; ++k)
-            exchange_scaled(a + i * lda + k, a + k * lda + i, alpha);
 }
 
 // path names ssqtrans and team.
@@ -65,9 +40,9 @@ template <class path> void simatcopy_square_t_body(uint64_t n, float *a, uint64_
     square_t_scaled(n, a, lda, alpha);
 }
 
-// Deals the pieces of the square out: piece number t goes to worker t mod workers. Pieces do not overlap, so that workers
-// may run in any order or at once: diagonal tiles of 32, the diagonal tile of 16 that is left, pairs of 32 x 32 tiles,
-// pairs of the last column of 16 x 16 tiles, then the strips of n mod 16 in lengths of 16, and the corner.
+// Deals the pieces of the square out: piece number t goes to worker t mod workers. Pieces do not overlap, so that
+// workers may run in any order or at once: diagonal tiles of 32, the diagonal tile of 16 that is left, pairs of 32 x 32
+// tiles, pairs of the last column of 16 x 16 tiles, then the strips of n mod 16 in lengths of 16, and the corner.
 template <class t>
 void simatcopy_square_t_team_body(uint64_t n, float *a, uint64_t lda, uint64_t worker, uint64_t workers)
 {

@@ -10,12 +10,28 @@
 namespace
 {
 constexpr uint64_t square_tile = 16;                  // [elements]
+constexpr uint64_t square_round = 8;                  // [tiles] or pairs of them in a round
+constexpr uint64_t shell_round = 4;                   // [steps] of two pairs each
+constexpr uint64_t pair_round = 4;                    // [pairs of elements]
 constexpr uint64_t square_large_above_bytes = 262144; // [bytes] of the square, above which pairs go in shells
 
-constexpr uint64_t square_ahead = 6;                                 // [tiles] of prefetch
-constexpr uint64_t square_prefetch_least_bytes = uint64_t(12) << 20; // [bytes] of the square; it costs below
+constexpr uint64_t square_ahead = 4;                                // [tiles] of prefetch
+constexpr uint64_t square_prefetch_least_bytes = uint64_t(6) << 20; // [bytes] of the square; it costs below
 
-inline void exchange(float *x, float *y)
+// step(0), step(1), .. step(count - 1), in rounds of round and the rest singly.
+template <uint64_t round, class Step> [[gnu::always_inline]] inline void in_rounds(uint64_t count, Step step)
+{
+    uint64_t k = 0;
+    for (; k + round <= count; k += round) {
+#pragma GCC unroll 8
+        for (uint64_t u = 0; u < round; ++u)
+            step(k + u);
+    }
+    for (; k < count; ++k)
+        step(k);
+}
+
+[[gnu::always_inline]] inline void exchange(float *x, float *y)
 {
     uint32_t xbits, ybits; // as integers: no arithmetic touches the values
     __builtin_memcpy(&xbits, x, sizeof xbits);
@@ -24,77 +40,24 @@ inline void exchange(float *x, float *y)
     __builtin_memcpy(y, &xbits, sizeof xbits);
 }
 
-// r := r^T for 4 registers.
-[[gnu::always_inline]] inline void transpose_4(__m128 (&r)[4])
+// count elements of a row against as many of a column.
+inline void exchange_line(uint64_t count, float *row, float *column, uint64_t lda)
 {
-    const __m128 low01 = _mm_unpacklo_ps(r[0], r[1]), high01 = _mm_unpackhi_ps(r[0], r[1]);
-    const __m128 low23 = _mm_unpacklo_ps(r[2], r[3]), high23 = _mm_unpackhi_ps(r[2], r[3]);
-    r[0] = _mm_movelh_ps(low01, low23);
-    r[1] = _mm_movehl_ps(low23, low01);
-    r[2] = _mm_movelh_ps(high01, high23);
-    r[3] = _mm_movehl_ps(high23, high01);
-}
-
-[[gnu::always_inline]] inline void load_4(__m128 (&r)[4], const float *a, uint64_t lda)
-{
-#pragma GCC unroll 4
-    for (uint64_t i = 0; i < 4; ++i)
-        r[i] = _mm_loadu_ps(a + i * lda);
-}
-
-[[gnu::always_inline]] inline void store_4(const __m128 (&r)[4], float *a, uint64_t lda)
-{
-#pragma GCC unroll 4
-    for (uint64_t i = 0; i < 4; ++i)
-        _mm_storeu_ps(a + i * lda, r[i]);
-}
-
-// p, q := q^T, p^T, 4 x 4 each; p = q transposes the one block.
-[[gnu::always_inline]] inline void swap_4x4(float *p, float *q, uint64_t lda)
-{
-    __m128 x[4], y[4];
-    load_4(x, p, lda);
-    load_4(y, q, lda);
-    transpose_4(x);
-    transpose_4(y);
-    store_4(y, p, lda);
-    store_4(x, q, lda);
-}
-
-// p, q := q^T, p^T, 16 x 16 each, from swaps of 8 x 8 blocks. The order goes there and back: with lines at multiples of
-// 4096 bytes the 16 lines of a tile share one set of the first cache, which holds fewer, and so 8 of them come in twice,
-// not 16.
-template <auto swap_8> [[gnu::always_inline]] inline void sswap_16(float *p, float *q, uint64_t lda)
-{
-    swap_8(p, q, lda);
-    swap_8(p + 8, q + 8 * lda, lda);
-    swap_8(p + 8 * lda + 8, q + 8 * lda + 8, lda);
-    swap_8(p + 8 * lda, q + 8, lda);
+    in_rounds<pair_round>(count, [=](uint64_t k) { exchange(row + k, column + k * lda); });
 }
 
 // Rows first .. below, columns corner .. corner + width - 1, against the mirrored strip.
 inline void exchange_strip(float *a, uint64_t lda, uint64_t first, uint64_t below, uint64_t corner, uint64_t width)
 {
-    uint64_t i = first;
-    for (; i + 4 <= below; i += 4) {
-        uint64_t k = corner;
-        for (; k + 4 <= corner + width; k += 4)
-            swap_4x4(a + i * lda + k, a + k * lda + i, lda);
-        for (; k < corner + width; ++k)
-            for (uint64_t row = i; row < i + 4; ++row)
-                exchange(a + row * lda + k, a + k * lda + row);
-    }
-    for (; i < below; ++i)
-        for (uint64_t k = corner; k < corner + width; ++k)
-            exchange(a + i * lda + k, a + k * lda + i);
+    for (uint64_t i = first; i < below; ++i)
+        exchange_line(width, a + i * lda + corner, a + corner * lda + i, lda);
 }
 
 // The width x width corner at the diagonal.
 inline void transpose_corner(float *a, uint64_t lda, uint64_t corner, uint64_t width)
 {
     for (uint64_t i = corner; i < corner + width; ++i)
-        for (uint64_t k = i + 1; k < corner + width; ++k)
-            exchange(a + i * lda + k, a + k * lda + i);
+        exchange_line(corner + width - i - 1, a + i * lda + i + 1, a + (i + 1) * lda + i, lda);
 }
 
 template <class t> struct square_tiles {
@@ -109,40 +72,41 @@ template <class t> struct square_tiles {
     void swap_rows(uint64_t tiles) const
     {
         for (uint64_t i = 0; i + 1 < tiles; ++i)
-            for (uint64_t j = i + 1; j < tiles; ++j)
-                swap(i, j);
+            in_rounds<square_round>(tiles - i - 1, [=](uint64_t k) { swap(i, i + 1 + k); });
     }
 
-    // The anti-diagonal, then shells from the outside in: each walks its upper row strip and its right column strip from
-    // the diagonal towards the anti-diagonal, so that a strip's lines stay in cache while the mirrored strip is walked.
-    // ahead: tiles by which the walk is run ahead of with prefetches; past a strip's end they fetch what is not needed.
+    // The anti-diagonal, then shells from the outside in: each walks its upper row strip and its right column strip
+    // from the diagonal towards the anti-diagonal, so that a strip's lines stay in cache while the mirrored strip is
+    // walked. ahead: tiles by which prefetches run ahead of the walk.
     template <uint64_t ahead> void swap_shells(uint64_t tiles) const
     {
-        for (uint64_t k = 0; k < tiles / 2; ++k)
-            swap(k, tiles - 1 - k);
+        in_rounds<square_round>(tiles / 2, [=](uint64_t k) { swap(k, tiles - 1 - k); });
         for (uint64_t k = 0; k + 1 + k + 1 < tiles; ++k) {
-            const uint64_t last = tiles - 1 - k;
-            for (uint64_t s = 0; k + 1 + s < last; ++s) {
+            const uint64_t last = tiles - 1 - k, steps = tiles - 2 - 2 * k;
+            in_rounds<shell_round>(steps, [=](uint64_t s) {
                 if constexpr (ahead > 0) {
-                    fetch(k, k + 1 + s + ahead);
-                    fetch(k + 1 + s + ahead, k);
-                    fetch(last - 1 - s - ahead, last);
-                    fetch(last, last - 1 - s - ahead);
+                    if (s + ahead < steps) {
+                        fetch(k, k + 1 + s + ahead);
+                        fetch(k + 1 + s + ahead, k);
+                        fetch(last - 1 - s - ahead, last);
+                        fetch(last, last - 1 - s - ahead);
+                    }
                 }
                 swap(k, k + 1 + s);
                 swap(last - 1 - s, last);
-            }
+            });
         }
     }
 
 private:
-    // Inlined by force: GCC deletes calls of a function that does nothing but prefetch.
+    // The lines of a tile, to the second cache. Inlined by force: GCC deletes calls of a function that does nothing but
+    // prefetch.
     [[gnu::always_inline]] void fetch(uint64_t i, uint64_t j) const
     {
-        const uintptr_t first = reinterpret_cast<uintptr_t>(a) + sizeof *a * square_tile * (i * lda + j);
+        const float *const first = tile(i, j);
 #pragma GCC unroll 16
         for (uint64_t line = 0; line < square_tile; ++line)
-            _mm_prefetch(reinterpret_cast<const char *>(first + line * lda * sizeof *a), _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char *>(first + line * lda), _MM_HINT_T1);
     }
 };
 
@@ -151,8 +115,7 @@ template <class t> void ssqtrans_fit_64_body(float *a, uint64_t n, uint64_t lda)
     trans_took(trans_route_fit_64);
     const square_tiles<t> square{a, lda};
     const uint64_t tiles = n / square_tile, rest = n % square_tile;
-    for (uint64_t k = 0; k < tiles; ++k)
-        square.transpose(k);
+    in_rounds<square_round>(tiles, [=](uint64_t k) { square.transpose(k); });
     if (n * n * sizeof *a > square_large_above_bytes) {
         trans_took(trans_route_fit_64_large);
         if (n * n * sizeof *a >= square_prefetch_least_bytes)

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// In-place copy and transposition, def path: 16 x 16 tiles of 8 x 8 blocks, moved in 128-bit registers.
+// In-place copy and transposition, def path: 16 x 16 tiles of 8 x 8 blocks, moved element by element.
 #include "frame/path/vec_def.h"
 #include "trans/body/simatcopy_body.h"
 #include "trans/body/simatcopy_mipt_t_body.h"
+#include "trans/body/simatcopy_n_body.h"
 #include "trans/body/simatcopy_square_t_body.h"
-#include "trans/body/square_tile_4.h"
+#include "trans/body/square_tile.h"
 #include "trans/trans_paths.h"
 
 namespace
@@ -50,7 +51,7 @@ void tesh_trans_def_tesh_simatcopy_mipt_n(uint64_t n_outer, uint64_t n_inner, fl
 void tesh_trans_def_tesh_simatcopy_mipt_t(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb,
                                           float alpha)
 {
-    simatcopy_mipt_t_body<line_def>(n_outer, n_inner, a, lda, ldb, alpha);
+    simatcopy_mipt_t_body(n_outer, n_inner, a, lda, ldb, alpha);
 }
 
 void tesh_trans_def_tesh_simatcopy_square_t(uint64_t n, float *a, uint64_t lda, float alpha)
@@ -70,12 +71,12 @@ void tesh_trans_def_ssqtrans_fit_64(float *a, uint64_t n, uint64_t lda)
 
 void tesh_trans_def_def_strans_block_8x8(float *a, uint64_t lda)
 {
-    strans_by_4<8>(a, lda);
+    strans_8_by_elements(a, lda);
 }
 
 void tesh_trans_def_def_sswap_blocks_8x8(float *p, float *q, uint64_t lda)
 {
-    sswap_8_by_4(p, q, lda);
+    sswap_8_by_elements(p, q, lda);
 }
 
 void tesh_trans_def_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker, uint64_t workers)

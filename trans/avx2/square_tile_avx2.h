@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Tile kernels of the square transposition, avx2: 8 x 8 blocks in 256-bit registers. Each 128-bit piece of a line is
-// broadcast by its load and blended into its half; the rest are shuffles within halves.
+// Blocks of the square transposition, avx2: 8 x 8 in 256-bit registers. Each 128-bit piece of a line is broadcast by
+// its load and blended into its half; the rest are permutations within halves and blends, by two patterns of lanes.
 #pragma once
-#include "trans/body/ssqtrans_body.h"
+#include "trans/body/square_tile.h"
 
 namespace
 {
@@ -13,17 +13,26 @@ namespace
                            _mm256_broadcast_ps(reinterpret_cast<const __m128 *>(high)), 0xf0);
 }
 
+// A 2 x 2 exchange in every half: lanes upper of x against the others of y. permuted brings each lane to its partner's
+// place.
+template <int permuted, int upper> [[gnu::always_inline]] inline void exchange_lanes(__m256 &x, __m256 &y)
+{
+    const __m256 turned_x = _mm256_permute_ps(x, permuted), turned_y = _mm256_permute_ps(y, permuted);
+    x = _mm256_blend_ps(x, turned_y, upper);
+    y = _mm256_blend_ps(turned_x, y, upper);
+}
+
 // 8 lines of 4 elements become 4 lines of 8.
 [[gnu::always_inline]] inline void turn_8x4(__m256 *r, const float *a, uint64_t lda)
 {
-    const __m256 r0 = two_pieces(a, a + 4 * lda), r1 = two_pieces(a + lda, a + 5 * lda);
-    const __m256 r2 = two_pieces(a + 2 * lda, a + 6 * lda), r3 = two_pieces(a + 3 * lda, a + 7 * lda);
-    const __m256 low01 = _mm256_unpacklo_ps(r0, r1), high01 = _mm256_unpackhi_ps(r0, r1);
-    const __m256 low23 = _mm256_unpacklo_ps(r2, r3), high23 = _mm256_unpackhi_ps(r2, r3);
-    r[0] = _mm256_shuffle_ps(low01, low23, 0x44);
-    r[1] = _mm256_shuffle_ps(low01, low23, 0xee);
-    r[2] = _mm256_shuffle_ps(high01, high23, 0x44);
-    r[3] = _mm256_shuffle_ps(high01, high23, 0xee);
+    r[0] = two_pieces(a, a + 4 * lda);
+    r[1] = two_pieces(a + lda, a + 5 * lda);
+    r[2] = two_pieces(a + 2 * lda, a + 6 * lda);
+    r[3] = two_pieces(a + 3 * lda, a + 7 * lda);
+    exchange_lanes<0xb1, 0xaa>(r[0], r[1]); // neighbours
+    exchange_lanes<0xb1, 0xaa>(r[2], r[3]);
+    exchange_lanes<0x4e, 0xcc>(r[0], r[2]); // pairs
+    exchange_lanes<0x4e, 0xcc>(r[1], r[3]);
 }
 
 [[gnu::always_inline]] inline void store_lines(const __m256 *r, uint64_t lines, float *a, uint64_t lda)
@@ -53,17 +62,4 @@ namespace
     store_lines(y, 4, p + 4 * lda, lda);
     store_lines(x, 8, q, lda);
 }
-
-struct square_tile_8 {
-    [[gnu::always_inline]] static inline void strans(float *a, uint64_t lda)
-    {
-        strans_8x8(a, lda);
-        sswap_8x8(a + 8, a + 8 * lda, lda);
-        strans_8x8(a + 8 * lda + 8, lda);
-    }
-    [[gnu::always_inline]] static inline void sswap(float *p, float *q, uint64_t lda)
-    {
-        sswap_16<sswap_8x8>(p, q, lda);
-    }
-};
 } // namespace
