@@ -42,7 +42,11 @@ template <int rows> inline __m128 sums(const __m512 (&x)[rows])
     return _mm_add_ps(_mm_movelh_ps(low, high), _mm_movehl_ps(high, low));
 }
 
-template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64_t i)
+// An A of more elements than this does not stay in the second-level cache from one width to the next: its columns are
+// fetched, as far ahead as the third level takes to answer.
+constexpr int64_t cached_elements = (512 << 10) / 4, fetch_ahead = 2048 / 4;
+
+template <int rows, int cols, bool read_c, bool fetches = false> inline void tile(const dots &x, int64_t i)
 {
     // Two rows, or one, have too few sums to wait for each other: two or four sets of them take turns.
     constexpr int sets = 4 / rows;
@@ -63,6 +67,8 @@ template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64
             bv[j] = v::load(b + j * x.ldb + at);
 #pragma GCC unroll 4
         for (int r = 0; r < rows; ++r) {
+            if constexpr (fetches)
+                _mm_prefetch(reinterpret_cast<const char *>(a + r * x.lda + at + fetch_ahead), _MM_HINT_T0);
             const __m512 av = v::load(a + r * x.lda + at);
 #pragma GCC unroll 3
             for (int j = 0; j < cols; ++j)
@@ -116,6 +122,9 @@ template <int rows, int cols, bool read_c> inline void tile(const dots &x, int64
 template <int cols, bool read_c> inline void all_rows(int64_t m, const dots &x)
 {
     int64_t i = 0;
+    if (m * x.k > cached_elements)
+        for (; i + 4 <= m; i += 4)
+            tile<4, cols, read_c, true>(x, i);
     for (; i + 4 <= m; i += 4)
         tile<4, cols, read_c>(x, i);
     if (m & 2) {
