@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Unit-stride loops of the paths with masks. Their operations have a member at(access, x, y) that loads a register of
-// elements at x and y, and stores the results, through one of the accesses below. Loads and stores are unaligned in
-// form. The written vector y is brought to a register boundary first, because a store that crosses a line costs more than
-// a load that does. Lanes that an access leaves out are loaded as zero; factors go through its keep, which makes them zero
-// there too, as an infinite factor would raise a flag.
+// elements at x and y, and stores the results, through one of the accesses below; with in_fours, four(x, y) does so for
+// four whole registers. Loads and stores are unaligned in form. The written vector y is brought to a register boundary
+// first, because a store that crosses a line costs more than a load that does. Lanes that an access leaves out are loaded
+// as zero; factors go through its keep, which makes them zero there too, as an infinite factor would raise a flag.
 #pragma once
 #include "vector/body/element.h"
 
@@ -42,11 +42,18 @@ template <class v, class op, class element> inline void peel_line(const op &f, i
     n -= k;
 }
 
+// Four registers at a time where the operation has a form for them.
 template <class v, int count, class op, class element> inline void whole_elements(const op &f, element *&x, float *&y)
 {
+    if constexpr (op::in_fours && count >= 4 * v::width) {
+#pragma GCC unroll 4
+        for (int u = 0; u < count; u += 4 * v::width)
+            f.four(x + u, y + u);
+    } else {
 #pragma GCC unroll 16
-    for (int u = 0; u < count; u += v::width)
-        f.at(whole_access<v>(), x + u, y + u);
+        for (int u = 0; u < count; u += v::width)
+            f.at(whole_access<v>(), x + u, y + u);
+    }
     x += count;
     y += count;
 }

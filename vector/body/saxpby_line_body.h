@@ -13,6 +13,7 @@ struct axpby_single {
 };
 
 template <class v> struct axpby_line_op {
+    static constexpr bool in_fours = false;
     typename v::reg alpha, beta;
     template <class access> void at(const access &a, const float *x, float *y) const
     {

@@ -11,6 +11,7 @@ struct scale_single {
 };
 
 template <class v> struct scale_line_op {
+    static constexpr bool in_fours = false;
     typename v::reg alpha;
     template <class access> void at(const access &a, const float *x, float *y) const
     {

@@ -14,6 +14,7 @@ struct copy_single {
 };
 
 template <class v> struct copy_line_op {
+    static constexpr bool in_fours = false;
     template <class access> void at(const access &a, const float *x, float *y) const { a.store(y, a.load(x)); }
 };
 

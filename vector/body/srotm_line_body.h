@@ -29,7 +29,9 @@ template <rotation form> struct rotate_single {
     }
 };
 
-template <class v, rotation form> struct rotate_line_op {
+// fours: four registers are loaded before any is stored. Loads of 16 lanes that cross lines gain by it, others lose.
+template <class v, rotation form, bool fours> struct rotate_line_op {
+    static constexpr bool in_fours = fours;
     typename v::reg h11, h21, h12, h22;
     // The new x into x, the new y into y.
     template <class access> void turn(const access &a, typename v::reg &x, typename v::reg &y) const
@@ -55,6 +57,22 @@ template <class v, rotation form> struct rotate_line_op {
         a.store(x, x_v);
         a.store(y, y_v);
     }
+    void four(float *x, float *y) const
+    {
+        typename v::reg x_v[4], y_v[4];
+#pragma GCC unroll 4
+        for (int r = 0; r < 4; ++r) {
+            x_v[r] = v::load(x + r * v::width);
+            y_v[r] = v::load(y + r * v::width);
+            __asm__("" : "+x"(x_v[r]), "+x"(y_v[r]));
+        }
+#pragma GCC unroll 4
+        for (int r = 0; r < 4; ++r) {
+            turn(whole_access<v>(), x_v[r], y_v[r]);
+            v::store(x + r * v::width, x_v[r]);
+            v::store(y + r * v::width, y_v[r]);
+        }
+    }
 };
 
 template <rotation form>
@@ -72,10 +90,15 @@ template <class v, rotation form>
         rotate_strided<form>(n, x, incx, y, incy, h);
         return;
     }
-    const rotate_line_op<v, form> f = {v::broadcast(h), v::broadcast(h + 1), v::broadcast(h + 2), v::broadcast(h + 3)};
+    const typename v::reg h11 = v::broadcast(h), h21 = v::broadcast(h + 1), h12 = v::broadcast(h + 2),
+                          h22 = v::broadcast(h + 3);
+    const rotate_line_op<v, form, false> f = {h11, h21, h12, h22};
     if (!on_boundary<4 * v::width>(y) && word_aligned(y))
         peel_line<v>(f, n, x, y);
-    line_loop<v, 64>(f, n, x, y);
+    if (v::width == 16 && !on_boundary<4 * v::width>(x))
+        line_loop<v, 64>(rotate_line_op<v, form, true>{h11, h21, h12, h22}, n, x, y);
+    else
+        line_loop<v, 64>(f, n, x, y);
 }
 
 template <class v>

@@ -15,6 +15,7 @@ struct swap_single {
 };
 
 template <class v> struct swap_line_op {
+    static constexpr bool in_fours = false;
     template <class access> void at(const access &a, float *x, float *y) const
     {
         const typename v::reg x_v = a.load(x), y_v = a.load(y);
