@@ -15,7 +15,7 @@ template <class v_, int vecs_> struct whole_rows {
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit whole_rows(int64_t m) : ahead(m > 16 ? 16 : 0) {}
     // Only a full tile has another behind it in memory.
-    inline void fetch_next_rows(const float *a) const
+    [[gnu::always_inline]] inline void fetch_next_rows(const float *a) const
     {
         if constexpr (vecs == 2)
             fetch_read(a + ahead);

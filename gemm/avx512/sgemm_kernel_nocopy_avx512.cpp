@@ -25,7 +25,7 @@ template <int vecs_> struct masked_rows {
     {
     }
     // Only a tile of three registers has another behind it in memory.
-    inline void fetch_next_rows(const float *a) const
+    [[gnu::always_inline]] inline void fetch_next_rows(const float *a) const
     {
         if constexpr (vecs == 3) {
 #pragma GCC unroll 3

@@ -60,6 +60,8 @@ template <> struct b_cursor<true> {
     }
 };
 
+// All that only fetches is inlined by force: the compiler drops calls of a function that changes nothing.
+
 // Fetches the next tile's columns of op(B) while a tile goes over its own: every line once, half of them in each group
 // of eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
 template <int tile_n, bool transposed> struct b_fetch;
@@ -68,7 +70,7 @@ template <int tile_n> struct b_fetch<tile_n, false> {
     const float *now, *next;
     int64_t ldb;
     inline b_fetch(const float *b, int64_t ldb_) : now(b + tile_n * ldb_), next(now + tile_n / 2 * ldb_), ldb(ldb_) {}
-    inline void step(int l) const
+    [[gnu::always_inline]] inline void step(int l) const
     {
         if (l < tile_n / 2)
             fetch_read(now + l * ldb);
@@ -88,7 +90,7 @@ template <int tile_n> struct b_fetch<tile_n, true> {
         : now(b + 16 + (reinterpret_cast<uintptr_t>(b) & 32 ? ldb_ : 0)), ldb(ldb_)
     {
     }
-    inline void step(int l)
+    [[gnu::always_inline]] inline void step(int l)
     {
         if (l % 2 == 0) {
             fetch_read(now);
@@ -108,7 +110,7 @@ template <int count> struct row_fetch {
         : now(a), next(a + count / 2 * lda), ld(lda), back(16 - count / 2 * lda)
     {
     }
-    inline void step()
+    [[gnu::always_inline]] inline void step()
     {
 #pragma GCC unroll 3
         for (int i = 0; i < count / 16; ++i, now += ld)
@@ -124,13 +126,13 @@ template <int count> struct row_fetch {
 
 // What a tile fetches in each of its steps, at a in A, and after each group of eight.
 struct no_fetch {
-    inline void step(int, const float *) {}
+    [[gnu::always_inline]] inline void step(int, const float *) {}
     inline void group() {}
 };
 template <class rows, bool b_transposed> struct fetch_in_place {
     const rows &r;
     b_fetch<rows::tile_n, b_transposed> columns;
-    inline void step(int l, const float *a)
+    [[gnu::always_inline]] inline void step(int l, const float *a)
     {
         columns.step(l);
         r.fetch_next_rows(a);
@@ -140,7 +142,7 @@ template <class rows, bool b_transposed> struct fetch_in_place {
 template <class rows, bool b_transposed> struct fetch_beside_panel {
     row_fetch<rows::vecs * rows::v::width> next_rows;
     b_fetch<rows::tile_n, b_transposed> columns;
-    inline void step(int l, const float *)
+    [[gnu::always_inline]] inline void step(int l, const float *)
     {
         columns.step(l);
         next_rows.step();
