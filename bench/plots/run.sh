@@ -33,4 +33,10 @@ for isa in "${isas[@]}"; do
     done
     plot vector.gp "saxpby_$isa.svg" "file=$results/vector_$isa.csv" "family=saxpby" "isa=$isa"
     plot sgemv.gp "sgemv_$isa.svg" "file=$results/sgemv_$isa.csv" "isa=$isa"
+    for kind in square scaled; do
+        plot matcopy.gp "somatcopy_${kind}_$isa.svg" "file=$results/somatcopy_$isa.csv" "isa=$isa" "kind=$kind" \
+            "routine=TESH_Somatcopy" "letter=R"
+        plot matcopy.gp "simatcopy_${kind}_$isa.svg" "file=$results/simatcopy_$isa.csv" "isa=$isa" "kind=$kind" \
+            "routine=TESH_Simatcopy" "letter=C"
+    done
 done

@@ -10,35 +10,56 @@ namespace
 {
 constexpr uint64_t rec_leaf = 4; // [elements] each side
 
+// What stays the same on the way down.
+struct rec_lines {
+    uint64_t lda, stridea, ldb, strideb; // [elements]
+    float alpha;
+};
+
+// Line by line, elements of a line from low to high.
 template <bool scaled>
-void rec_t_body(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea, float *b,
-                uint64_t ldb, uint64_t strideb, float alpha)
+[[gnu::always_inline]] inline void rec_t_leaf(uint64_t n_outer, uint64_t n_inner, const float *a, float *b,
+                                              const rec_lines &by)
+{
+#pragma GCC unroll 4
+    for (uint64_t i = 0; i < n_outer; ++i) {
+        const float *from = a + i * by.lda;
+        float *to = b + i * by.strideb;
+#pragma GCC unroll 4
+        for (uint64_t j = 0; j < n_inner; ++j, from += by.stridea, to += by.ldb)
+            move_element<scaled>(from, to, by.alpha);
+    }
+}
+
+template <bool scaled>
+void rec_t_body(uint64_t n_outer, uint64_t n_inner, const float *a, float *b, const rec_lines &by)
 {
     while (n_outer > rec_leaf || n_inner > rec_leaf) {
         if (n_outer <= n_inner) {
             const uint64_t half = n_inner / 2;
-            rec_t_body<scaled>(n_outer, half, a, lda, stridea, b, ldb, strideb, alpha);
-            a += half * stridea;
-            b += half * ldb;
+            rec_t_body<scaled>(n_outer, half, a, b, by);
+            a += half * by.stridea;
+            b += half * by.ldb;
             n_inner -= half;
         } else {
             const uint64_t half = n_outer / 2;
-            rec_t_body<scaled>(half, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
-            a += half * lda;
-            b += half * strideb;
+            rec_t_body<scaled>(half, n_inner, a, b, by);
+            a += half * by.lda;
+            b += half * by.strideb;
             n_outer -= half;
         }
     }
-    for (uint64_t i = 0; i < n_outer; ++i)
-        for (uint64_t j = 0; j < n_inner; ++j)
-            move_element<scaled>(a + i * lda + j * stridea, b + j * ldb + i * strideb, alpha);
+    if (n_outer == rec_leaf && n_inner == rec_leaf)
+        rec_t_leaf<scaled>(rec_leaf, rec_leaf, a, b, by);
+    else
+        rec_t_leaf<scaled>(n_outer, n_inner, a, b, by);
 }
 
 inline void tesh_xomatcopy2_rec_t(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea,
                                   float *b, uint64_t ldb, uint64_t strideb, float alpha)
 {
     trans_took(trans_route_rec_t);
-    rec_t_body<true>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, alpha);
+    rec_t_body<true>(n_outer, n_inner, a, b, {lda, stridea, ldb, strideb, alpha});
 }
 
 // alpha = 1: values are moved, not multiplied.
@@ -46,6 +67,6 @@ inline void tesh_xomatcopy2_rec_t_1(uint64_t n_outer, uint64_t n_inner, const fl
                                     float *b, uint64_t ldb, uint64_t strideb)
 {
     trans_took(trans_route_rec_t_1);
-    rec_t_body<false>(n_outer, n_inner, a, lda, stridea, b, ldb, strideb, 1.0f);
+    rec_t_body<false>(n_outer, n_inner, a, b, {lda, stridea, ldb, strideb, 1.0f});
 }
 } // namespace
