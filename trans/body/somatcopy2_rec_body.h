@@ -16,50 +16,53 @@ struct rec_lines {
     float alpha;
 };
 
-// Line by line, elements of a line from low to high.
-template <bool scaled>
+// Line by line, elements of a line from low to high. unit: both strides are 1.
+template <bool scaled, bool unit>
 [[gnu::always_inline]] inline void rec_t_leaf(uint64_t n_outer, uint64_t n_inner, const float *a, float *b,
                                               const rec_lines &by)
 {
+    const uint64_t stridea = unit ? 1 : by.stridea, strideb = unit ? 1 : by.strideb;
 #pragma GCC unroll 4
     for (uint64_t i = 0; i < n_outer; ++i) {
-        const float *from = a + i * by.lda;
-        float *to = b + i * by.strideb;
+        const float *const from = a + i * by.lda;
+        float *const to = b + i * strideb;
 #pragma GCC unroll 4
-        for (uint64_t j = 0; j < n_inner; ++j, from += by.stridea, to += by.ldb)
-            move_element<scaled>(from, to, by.alpha);
+        for (uint64_t j = 0; j < n_inner; ++j)
+            move_element<scaled>(from + j * stridea, to + j * by.ldb, by.alpha);
     }
 }
 
-template <bool scaled>
+template <bool scaled, bool unit>
 void rec_t_body(uint64_t n_outer, uint64_t n_inner, const float *a, float *b, const rec_lines &by)
 {
     while (n_outer > rec_leaf || n_inner > rec_leaf) {
         if (n_outer <= n_inner) {
             const uint64_t half = n_inner / 2;
-            rec_t_body<scaled>(n_outer, half, a, b, by);
-            a += half * by.stridea;
+            rec_t_body<scaled, unit>(n_outer, half, a, b, by);
+            a += half * (unit ? 1 : by.stridea);
             b += half * by.ldb;
             n_inner -= half;
         } else {
             const uint64_t half = n_outer / 2;
-            rec_t_body<scaled>(half, n_inner, a, b, by);
+            rec_t_body<scaled, unit>(half, n_inner, a, b, by);
             a += half * by.lda;
-            b += half * by.strideb;
+            b += half * (unit ? 1 : by.strideb);
             n_outer -= half;
         }
     }
     if (n_outer == rec_leaf && n_inner == rec_leaf)
-        rec_t_leaf<scaled>(rec_leaf, rec_leaf, a, b, by);
+        rec_t_leaf<scaled, unit>(rec_leaf, rec_leaf, a, b, by);
     else
-        rec_t_leaf<scaled>(n_outer, n_inner, a, b, by);
+        rec_t_leaf<scaled, unit>(n_outer, n_inner, a, b, by);
 }
 
 inline void tesh_xomatcopy2_rec_t(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, uint64_t stridea,
                                   float *b, uint64_t ldb, uint64_t strideb, float alpha)
 {
     trans_took(trans_route_rec_t);
-    rec_t_body<true>(n_outer, n_inner, a, b, {lda, stridea, ldb, strideb, alpha});
+    (stridea == 1 && strideb == 1
+         ? rec_t_body<true, true>
+         : rec_t_body<true, false>)(n_outer, n_inner, a, b, {lda, stridea, ldb, strideb, alpha});
 }
 
 // alpha = 1: values are moved, not multiplied.
@@ -67,6 +70,8 @@ inline void tesh_xomatcopy2_rec_t_1(uint64_t n_outer, uint64_t n_inner, const fl
                                     float *b, uint64_t ldb, uint64_t strideb)
 {
     trans_took(trans_route_rec_t_1);
-    rec_t_body<false>(n_outer, n_inner, a, b, {lda, stridea, ldb, strideb, 1.0f});
+    (stridea == 1 && strideb == 1
+         ? rec_t_body<false, true>
+         : rec_t_body<false, false>)(n_outer, n_inner, a, b, {lda, stridea, ldb, strideb, 1.0f});
 }
 } // namespace
