@@ -11,7 +11,7 @@ set logscale x 2
 set yrange [0:1.2]
 set key right top
 set grid
-rows = sprintf("< awk -F, '$1 == \"%s\" && $3 == \"%s\"' %s | sort -t, -k5,5n", kind, letter, file)
+rows = sprintf("< awk -F, '$1 == \"%s\" && $3 == \"%s\" && $5 == $6' %s | sort -t, -k5,5n", kind, letter, file)
 plot 1 with lines dt 2 lc rgb "grey" notitle, \
      rows using 5:12 with linespoints lw 2 pt 7 ps 0.5 title "tesh", \
      rows using 5:($15 / $13) with linespoints pt 6 ps 0.5 title "OpenBLAS", \

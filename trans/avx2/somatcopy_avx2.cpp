@@ -14,12 +14,10 @@ struct somatcopy_avx2 {
     static constexpr auto n = tesh_trans_avx2_tesh_somatcopy2_n;
     static constexpr auto t = tesh_trans_avx2_tesh_somatcopy2_t;
     static constexpr uint64_t aligned_bytes = 32; // of B, for whole lines
-    // [elements] of a store to a block of B. Four stores a cache line are enough to keep the lines of one cache set
-    // apart in the store queue where lines of B are odd multiples of 1024 bytes apart; nearer ones wait
-    // (trans/body/settled.h).
+    // [elements] of a store to a block of B: narrow where its lines share cache sets (trans/body/settled.h).
     static uint64_t store_width(const float *, uint64_t ldb, uint64_t)
     {
-        return ldb * sizeof(float) % (2 * aliased_bytes) == aliased_bytes ? 4 : 8;
+        return ldb * sizeof(float) % aliased_bytes == 0 ? 4 : 8;
     }
     static void one_line(uint64_t length, const float *a, float *b, uint64_t ldb)
     {

@@ -85,16 +85,20 @@ template <class path, bool stream>
 void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
                                                       float *b, uint64_t ldb, uint64_t group, uint64_t lanes)
 {
-    const bool wait = ldb * sizeof *b % aliased_bytes == 0;
-    if (group != 1)
+    const uint64_t line = ldb * sizeof *b;
+    if (group != 1) {
         transpose_grouped<moves_8, run_store<8, false, false>, (stream ? stream_ahead : 0), copy_run<stream>>(
             rows, cols, a, lda, b, ldb, group);
-    else if (path::store_width(b, ldb, lanes) == 4)
-        transpose_stored<4, stream, false>(rows, cols, a, lda, b, ldb);
-    else if (wait && !stream)
+    } else if (path::store_width(b, ldb, lanes) == 4) {
+        if (!stream && line % (2 * aliased_bytes) == 0) // four stores a cache line keep fewer lines in the queue
+            transpose_stored<4, false, true>(rows, cols, a, lda, b, ldb);
+        else
+            transpose_stored<4, stream, false>(rows, cols, a, lda, b, ldb);
+    } else if (line % aliased_bytes == 0 && !stream) {
         transpose_stored<8, false, true>(rows, cols, a, lda, b, ldb);
-    else
+    } else {
         transpose_stored<8, stream, false>(rows, cols, a, lda, b, ldb);
+    }
 }
 
 template <class path, bool stream>

@@ -79,8 +79,8 @@ struct moves_8 {
                     put_halves<how>(run + 8, t[8 + c % 4], t[12 + c % 4], c >= 4);
             }
             uint64_t step = 8 * ldb;
-            if constexpr (how::wait && lines == 16)
-                step += settled_zero(b4 + 3 * ldb + 7);
+            if constexpr (how::wait && (lines == 16 || how::width == 4)) // two stores of the last run meet there
+                step += settled_zero(b4 + 3 * ldb + lines / 2 - 1);
             a0 += 8;
             a4 += 8;
             a8 += 8;
