@@ -178,6 +178,10 @@ template <class v, int w, class scale>
 #pragma GCC unroll 16
                 for (int i = 0; i < g; ++i)
                     fetch_read(from + i * ld + read_ahead);
+            if (c == 0) // the groups behind the first find the lines there
+#pragma GCC unroll 16
+                for (int i = 0; i < block::steps * w; i += line)
+                    fetch_write(to + write_ahead + i);
             block::template run<scale, true>(from, ld, to, w, block::steps, s);
         }
         if (l < depth)
