@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <limits>
 
 #include "tests/trans/trans_members.h"
@@ -333,6 +334,24 @@ TEST_F(simatcopy, values_travel_as_the_product_says)
                         check_filled(*m, c, a, true);
                         if (HasFatalFailure())
                             return;
+                    }
+}
+
+TEST_F(simatcopy, an_infinite_alpha_raises_no_flag_of_its_own)
+{
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t rows = 1; rows <= 20; ++rows)
+            for (uint64_t cols : {uint64_t(1), uint64_t(5), rows})
+                for (const char trans : {'N', 'T'})
+                    for (uint64_t pads : {0, 1, 2}) {
+                        copy_case c{'C', trans, rows, cols, infinity, 0, 0};
+                        c.lda = c.least_lda() + pads;
+                        c.ldb = c.least_ldb() + pads / 2;
+                        std::vector<float> a(std::max(c.source_size(), c.target_size()), 1.0f);
+                        std::feclearexcept(FE_ALL_EXCEPT);
+                        m->simatcopy(c.ordering, c.trans, c.rows, c.cols, c.alpha, a.data(), c.lda, c.ldb);
+                        EXPECT_EQ(std::fetestexcept(FE_ALL_EXCEPT), 0) << m->path << ' ' << c.name();
+                        EXPECT_EQ(a[0], infinity);
                     }
 }
 

@@ -24,7 +24,7 @@ struct line_avx512 : vec_avx512 {
     static inline void scale_rest(uint64_t n, const float *x, float *y, float alpha)
     {
         const mask rest = first(static_cast<int64_t>(n));
-        store(y, mul(set1(alpha), load(x, rest)), rest);
+        store(y, mul(keep(set1(alpha), rest), load(x, rest)), rest); // an infinite alpha meets no zero
     }
 };
 
