@@ -21,12 +21,18 @@ inline int64_t prefetch_distance(int64_t n, int64_t lda)
     return n > columns ? columns * lda : 0; // [elements]
 }
 
-// Rows in front of the first register boundary of A, if its columns share their alignment. Few rows are not worth a masked
-// piece of their own, and their chains may not depend on it.
-template <class v> inline int64_t rows_to_register_boundary(int64_t m, const float *a, int64_t lda)
+// Whether the columns of A share their alignment.
+template <class v> inline bool is_level(int64_t lda)
+{
+    return lda % v::width == 0;
+}
+
+// Rows in front of the first register boundary of p. Few rows are not worth a masked piece of their own, and their chains
+// may not depend on it.
+template <class v> inline int64_t rows_to_register_boundary(int64_t m, const float *p)
 {
     constexpr int64_t fewest = 6 * v::width + 1; // [elements]
-    return m < fewest || lda % v::width != 0 || !word_aligned(a) ? 0 : elements_to<v::width * sizeof(float)>(a, m);
+    return m < fewest || !word_aligned(p) ? 0 : elements_to<v::width * sizeof(float)>(p, m);
 }
 
 // A panel of y += alpha * A * x: rows that stay in registers over all n columns.
@@ -135,7 +141,7 @@ template <class v>
 inline void add_product_by_rows(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,
                                 int64_t incx, float *y)
 {
-    int64_t head = rows_to_register_boundary<v>(m, a, lda);
+    int64_t head = is_level<v>(lda) ? rows_to_register_boundary<v>(m, a) : 0;
     int64_t pieces = (m - head + v::width - 1) / v::width + (head > 0 ? 1 : 0);
     for (int64_t panels = (pieces + most_pieces - 1) / most_pieces; panels > 0; --panels) {
         const int64_t count = (pieces + panels - 1) / panels;
@@ -234,7 +240,7 @@ inline void add_product(int64_t m, int64_t n, float alpha, const float *a, int64
         add_product_by_rows<v>(m, n, alpha, a, lda, x, incx, y);
         return;
     }
-    const int64_t head = rows_to_register_boundary<v>(m, a, lda);
+    const int64_t head = rows_to_register_boundary<v>(m, is_level<v>(lda) ? a : y);
     int64_t j = 0;
     while (add_next_columns<v, 8>(j, m, n, head, alpha, a, lda, x, incx, y)) {
     }
