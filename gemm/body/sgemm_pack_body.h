@@ -178,7 +178,7 @@ template <class v, int w, class scale>
 #pragma GCC unroll 16
                 for (int i = 0; i < g; ++i)
                     fetch_read(from + i * ld + read_ahead);
-            if (c == 0) // the groups behind the first find the lines there
+            if (c == 0 && (block::steps * w >= line || l % (line / w) == 0)) // later groups find the lines there
 #pragma GCC unroll 16
                 for (int i = 0; i < block::steps * w; i += line)
                     fetch_write(to + write_ahead + i);
