@@ -91,13 +91,14 @@ TEST(binding, a_limit_wins_over_the_branches_of_higher_rank)
     for (const auto &row : rows) {
         for (size_t i = 0; i < std::size(branches); ++i) {
             SCOPED_TRACE(testing::Message() << row.limit << ", branch " << branches[i]);
-            tesh_test::on_processor("avx10_2", {{"TESH_ENABLE_INSTRUCTIONS", row.limit}}, [&] {
+            const auto child = tesh_test::on_processor("avx10_2", {{"TESH_ENABLE_INSTRUCTIONS", row.limit}}, [&] {
                 number_found = 3; // no winner's branch stands for it
                 status_found = 0;
                 tesh_test::detour(__detect_real_cpu, detection);
                 tesh_cbwr = branches[i];
                 EXPECT_EQ(tesh_serv_vml_cpu_detect(), branches[i] >= row.first_loser ? 5 : vml_types[i]);
             });
+            EXPECT_EQ(child.exit_code, 0);
         }
     }
 }

@@ -235,9 +235,9 @@ TEST(detection, leaves_beyond_the_last_are_not_believed)
 TEST(detection, sub_leaves_beyond_the_last_are_not_believed)
 {
     auto profile = tesh_test::profile_named("avx512_e3");
-    on_processor(profile, {}, [] { EXPECT_EQ(tesh_serv_get_cpu_type(1), 12); });
+    EXPECT_EQ(on_processor(profile, {}, [] { EXPECT_EQ(tesh_serv_get_cpu_type(1), 12); }).exit_code, 0);
     clear_bits(&profile, 7, 0, tesh_test::vcpu_eax, ~0u); // no sub-leaf behind 0, and yet 1 would answer
-    on_processor(profile, {}, [] { EXPECT_EQ(tesh_serv_get_cpu_type(1), 10); });
+    EXPECT_EQ(on_processor(profile, {}, [] { EXPECT_EQ(tesh_serv_get_cpu_type(1), 10); }).exit_code, 0);
 }
 
 TEST(detection, a_failure_ends_the_process_or_asks_the_exit_hook)

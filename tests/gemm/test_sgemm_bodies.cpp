@@ -155,7 +155,8 @@ void product(const gemm_operands &x, std::uint32_t order)
     info.driver(&r.op, &r.a, &r.b, &r.c, nullptr, &info);
 }
 
-TEST(sgemm_bodies, small_products_cross_every_edge_of_tiles_and_blocks)
+// With the register kernel of the setting that holds.
+void small_products()
 {
     std::int64_t count = 0;
     for (const std::uint32_t order : {4u, 32u, 64u, 128u}) {
@@ -180,7 +181,7 @@ TEST(sgemm_bodies, small_products_cross_every_edge_of_tiles_and_blocks)
                             const gemm_operands x(s, tesh_test::gemm_values::integers);
                             product(x, order);
                             tesh_test::expect_gemm_result(x, true);
-                            if (HasFatalFailure())
+                            if (testing::Test::HasFatalFailure())
                                 return;
                         }
                     }
@@ -188,5 +189,18 @@ TEST(sgemm_bodies, small_products_cross_every_edge_of_tiles_and_blocks)
             }
         }
     }
+}
+
+TEST(sgemm_bodies, small_products_cross_every_edge_of_tiles_and_blocks)
+{
+    small_products();
+}
+
+TEST(sgemm_bodies, small_products_cross_every_edge_in_strict_mode)
+{
+    const std::int32_t free_setting = tesh_serv_cbwr_get(-1);
+    tesh_cbwr = 0x10001;
+    small_products();
+    tesh_cbwr = free_setting;
 }
 } // namespace

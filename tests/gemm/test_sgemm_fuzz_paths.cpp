@@ -309,6 +309,7 @@ TEST_P(sgemm_fuzz, public_names)
                 return names[d.below(3)];
             });
         });
+        EXPECT_EQ(child.exit_code, 0) << p.profile;
         std::printf("%s %s:\n%s", p.profile, p.branch, child.out.c_str());
         ++number;
     }
