@@ -92,7 +92,8 @@ template <int rows> inline typename lanes<rows>::reg add_steps(__m256 x)
         return _mm_cvtss_f32(_mm_add_ss(two, _mm_movehdup_ps(two)));
 }
 
-// cols columns against the panel; sums of neighbouring registers add up apart where there are few.
+// cols columns against the panel; the sums of neighbouring registers add up apart in two sets, in four where three columns
+// of 4 rows leave the registers for it, in one for a single row.
 template <int rows, int cols> struct paired_tile {
     static constexpr int sets = rows == 4 && cols <= 3 ? 4 : rows >= 2 ? 2 : 1;
     __m256 acc[sets][cols];

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A run of 8, 4, 2 or 1 consecutive floats as one register, for panels of every binary width. Lanes beyond the run stay
 // zero, so that they raise no exception flag. flip changes the sign; low and high are the halves. The
-// path with 16 lanes adds them. Needs AVX2 and FMA.
+// path with 16 lanes adds them. And the prefetch of all of these kernels. Needs AVX2 and FMA.
 #pragma once
 #include "frame/path/vec_avx2.h"
 #include <immintrin.h>
@@ -74,6 +74,7 @@ template <> struct lanes<1> {
     static inline void accumulate(reg &z, reg x, reg y) { z = __builtin_fmaf(x, y, z); }
 };
 
+// Inlined early: GCC drops calls of a function that has no effect but a prefetch.
 [[gnu::always_inline]] inline void fetch_read(const float *p)
 {
     _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);

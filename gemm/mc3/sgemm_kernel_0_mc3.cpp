@@ -12,7 +12,7 @@
 //
 // In the tiles of ker0_pst MOVDDUP loads a pair of B (b0 b1 b0 b1), and A times that, with A as it is and with its pairs
 // exchanged, gives both columns of the pair, the odd places swapped between them: a shuffle a step, not one a column.
-// Every element of C is one sum in the order of k, at most 256 of it, so that it does not depend on its place in a tile.
+// Every element of C is one sum in the order of k: for a depth of up to 256 it does not depend on its place in a tile.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_mc3.h"
 #include "gemm/body/sgemm_spread_body.h"

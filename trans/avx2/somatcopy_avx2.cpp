@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Out-of-place copy and transposition, avx2 path: panels of blocks of 8 x 8 tiles, a 32-byte ladder that
-// prefetches.
+// Out-of-place copy and transposition, avx2 path: panels of blocks, 8 columns of 16 or 8 lines at a time, a 32-byte
+// ladder that prefetches.
 #include "trans/body/somatcopy2_n_body.h"
 #include "trans/body/somatcopy2_t_panels_body.h"
 #include "trans/body/somatcopy_body.h"

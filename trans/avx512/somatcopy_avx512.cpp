@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Out-of-place copy and transposition, avx512 path: panels of blocks of 16 x 16 tiles, gather and scatter for strides,
-// a 64-byte ladder with non-temporal rounds.
+// Out-of-place copy and transposition, avx512 path: panels of blocks, 8 columns of 16 or 8 lines at a time, gather and
+// scatter for strides, a 64-byte ladder with non-temporal rounds.
 #include "trans/avx512/strided_avx512.h"
 #include "trans/body/somatcopy2_n_body.h"
 #include "trans/body/somatcopy2_t_panels_body.h"

@@ -2,8 +2,8 @@
 // One block of the out-of-place transposition: b[j*ldb + i] := a[i*lda + j] for rows lines of cols elements, unit
 // strides.
 //
-// m moves 8 columns of 16, 8 or 4 lines in registers. whole says how runs of 16 elements of b are stored that begin
-// with a cache line where all lines of b do, part how others are.
+// m moves 8 columns of 16, 8 or 4 lines in registers. whole says how runs of 16 elements of b are stored, part how runs
+// of 8 are.
 #pragma once
 #include "trans/body/somatcopy2_t_body.h"
 

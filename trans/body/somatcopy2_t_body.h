@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// b[j*ldb + i*strideb] := alpha*a[i*lda + j*stridea], what the paths with block kernels share (mc3, avx2, avx512), and
-// mc3's walk.
+// b[j*ldb + i*strideb] := alpha*a[i*lda + j*stridea], what the paths with block kernels share (mc3, avx2, avx512).
 //
 // alpha = 1 with unit strides goes by blocks of source lines whose height follows from the leading dimensions alone;
 // all else goes by recursion.

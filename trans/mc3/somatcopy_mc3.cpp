@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Out-of-place copy and transposition, mc3 path: page-geometry blocks of 4 x 4 tiles, SSE lines, a 16-byte ladder.
+// Out-of-place copy and transposition, mc3 path: page-geometry blocks of 4 x 4 tiles, lines by 8 elements, a
+// 16-byte ladder.
 #include "trans/body/block_kernel.h"
 #include "trans/body/somatcopy2_n_body.h"
 #include "trans/body/somatcopy_body.h"

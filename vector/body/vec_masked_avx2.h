@@ -16,7 +16,6 @@ struct contiguous_8 {
 };
 
 struct masked_avx2 : vec_avx2 {
-    using contiguous = contiguous_8;
     // Chains of multiply-adds in an element of y that stands in so few registers with others.
     static constexpr int chains(int registers) { return registers <= 3 ? 4 : registers <= 5 ? 2 : 1; }
     // Inlined early: GCC drops calls of a function that has no effect but a prefetch.

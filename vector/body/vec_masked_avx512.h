@@ -17,11 +17,8 @@ struct contiguous_16 {
 };
 
 struct masked_avx512 : vec_avx512 {
-    using contiguous = contiguous_16;
-    static constexpr int chains(int)
-    {
-        return 1;
-    } // of multiply-adds in an element of y: one, in the order of the columns
+    // Chains of multiply-adds in an element of y: one, in the order of the columns.
+    static constexpr int chains(int) { return 1; }
     // Inlined early: GCC drops calls of a function that has no effect but a prefetch.
     [[gnu::always_inline]] static inline void prefetch(const float *p)
     {
