@@ -40,26 +40,28 @@ inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64
         const auto pass = [&](uint64_t lines) {
             from += lines * lda;
             to += lines;
-            left -= lines;
         };
         if (apart) {
             transpose_fixed<m, part, 8, ahead>(width, from, lda, to, ldb);
             pass(8);
+            left -= 8;
         }
-        for (; left >= 16; pass(16))
+        for (; left >= 16; left -= 16) {
             transpose_fixed<m, whole, 16, ahead>(width, from, lda, to, ldb);
+            pass(16);
+        }
         if (left >= 8) {
             transpose_fixed<m, part, 8, ahead>(width, from, lda, to, ldb);
             pass(8);
         }
-        if (left >= 4) {
+        if (left % 8 >= 4) {
             uint64_t k = 0;
             for (; k + kernel_columns <= width; k += kernel_columns)
                 m::move_4x8(from + k, lda, to + k * ldb, ldb);
             move_elements(4, width - k, from + k, lda, to + k * ldb, ldb);
             pass(4);
         }
-        move_elements(left, width, from, lda, to, ldb);
+        move_elements(left % 4, width, from, lda, to, ldb);
     }
 }
 

@@ -332,20 +332,20 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
         __m512 chain[columns];
         column_chains<columns, sets>(rows, a, lda, x, access, chain);
         add_to_y<columns>(sum_lanes<columns>(chain), alpha, y, incy);
-        n -= columns;
         a += columns * lda;
         y += columns * incy;
     };
 #pragma GCC unroll 1
-    while (n >= 8)
+    for (; n >= 8; n -= 8)
         add_dots(number<8>(), number<1>());
     if (n >= 4)
         add_dots(number<4>(), number<1>());
+    n %= 4;
     if (n > 0 && rows.lead != 0) // which rows meet in an accumulator of several may not depend on the address
         rows = cut_rows(call.m, n, lda, 0);
     if (n >= 2)
         add_dots(number<2>(), number<2>());
-    if (n > 0)
+    if (n % 2 == 1)
         add_dots(number<1>(), number<4>());
 }
 inline void add_transposed(const sgemv_call &call)
