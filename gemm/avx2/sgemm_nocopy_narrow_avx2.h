@@ -134,7 +134,7 @@ template <int rows, int cols, beta_form form>
 #pragma GCC unroll 3
         for (int s = 1; s < t.sets; ++s)
             sum = _mm256_add_ps(sum, t.acc[s][j]);
-        put<form>(r, 0, *alpha, add_steps<rows>(sum), beta, c + j * ldc);
+        r.store(c + j * ldc, 0, updated<form>(r, 0, *alpha, add_steps<rows>(sum), beta, c + j * ldc));
     }
 }
 

@@ -154,21 +154,19 @@ template <class rows, bool b_transposed> struct fetch_beside_panel {
     }
 };
 
-// Register i of the rows of a column of C: beta*C + alpha*x.
+// Register i of the rows of a column of C, as it is to be: beta*C + alpha*x.
 template <beta_form form, class rows>
-[[gnu::always_inline]] inline void put(const rows &r, int i, float alpha, typename rows::v::reg x, const float *beta,
-                                       float *c)
+[[gnu::always_inline]] inline typename rows::v::reg updated(const rows &r, int i, float alpha, typename rows::v::reg x,
+                                                            const float *beta, const float *c)
 {
     using v = typename rows::v;
-    if constexpr (form == beta_form::zero) {
-        r.store(c, i, v::mul(r.factor(alpha, i), x));
-    } else {
-        typename v::reg sum = r.load(c, i);
-        if constexpr (form == beta_form::other)
-            sum = v::mul(r.factor(*beta, i), sum);
-        v::accumulate(sum, r.factor(alpha, i), x);
-        r.store(c, i, sum);
-    }
+    if constexpr (form == beta_form::zero)
+        return v::mul(r.factor(alpha, i), x);
+    typename v::reg sum = r.load(c, i);
+    if constexpr (form == beta_form::other)
+        sum = v::mul(r.factor(*beta, i), sum);
+    v::accumulate(sum, r.factor(alpha, i), x);
+    return sum;
 }
 
 constexpr int sums_in_flight = 8; // that keep two multipliers busy, of four cycles each
@@ -248,20 +246,19 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
     for (; k > 0; --k)
         step(acc);
 
-    if constexpr (form == beta_form::zero)
-        if (alpha == 1.0f) { // a product with 1 changes nothing and takes the multipliers' time
+    // C is read before any of it is written: in memory a store under a mask has its full width, and would make the load of
+    // the next column wait for it. A product with 1 changes nothing and takes the multipliers' time.
+    if (form != beta_form::zero || alpha != 1.0f)
 #pragma GCC unroll 8
-            for (int j = 0; j < cols; ++j, c += ldc)
+        for (int j = 0; j < cols; ++j)
 #pragma GCC unroll 4
-                for (int i = 0; i < vecs; ++i)
-                    r.store(c, i, acc[j][i]);
-            return;
-        }
+            for (int i = 0; i < vecs; ++i)
+                acc[j][i] = updated<form>(r, i, alpha, acc[j][i], beta, c + j * ldc);
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j, c += ldc)
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i)
-            put<form>(r, i, alpha, acc[j][i], beta, c);
+            r.store(c, i, acc[j][i]);
 }
 
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
