@@ -11,7 +11,7 @@ namespace
 {
 template <class v_, int vecs_> struct whole_rows {
     using v = v_;
-    static constexpr int vecs = vecs_, tile_n = 6;
+    static constexpr int vecs = vecs_, tile_n = 6, widest = tile_n;
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit whole_rows(int64_t m) : ahead(m > 16 ? 16 : 0) {}
     // Only a full tile has another behind it in memory.

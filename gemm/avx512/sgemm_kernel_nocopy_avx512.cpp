@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
-// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32
+// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32; 16 rows at most: up to 16 columns,
+//            16 accumulators + 1 of A + 1 broadcast of B
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
 // loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps apart
 // prefetch   the next tile's columns of B, every line once, and the next 48 rows of A, also where they go through the
@@ -17,7 +18,7 @@ namespace
 // masked as well.
 template <int vecs_> struct masked_rows {
     using v = lanes<16>;
-    static constexpr int vecs = vecs_, tile_n = 8;
+    static constexpr int vecs = vecs_, tile_n = 8, widest = vecs == 1 ? 16 : tile_n;
     __mmask16 last;
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit masked_rows(int64_t m)
@@ -175,16 +176,28 @@ struct nocopy_avx512 {
     {
         row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
     }
+    // The choice takes no branch and ends in one call: so the arguments on the stack stay in their places. Up to 32 rows
+    // are one row tile.
     template <bool b_transposed, beta_form form>
-    [[gnu::always_inline]] static inline void rows_where_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,
-                                                                  const float *a, int64_t lda, const float *b,
-                                                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
+    [[gnu::always_inline]] static inline void
+    rows_as_they_lie(bool badly, int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
+                     const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
-        if (m > 32 || m < 1)
-            return many_rows<b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-        if (m > 16)
-            return row_tile<masked_rows<2>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-        return row_tile<masked_rows<1>, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+        using kernel = tesh_blas_sgemm_kernel_nocopy_fn;
+        static constexpr kernel *many = many_rows<b_transposed, form>;
+        static constexpr kernel *panel = product_by_panel<nocopy_avx512, false, b_transposed, form>;
+        static constexpr kernel *const *choice[] = {by_columns<masked_rows<1>, b_transposed, form>,
+                                                    by_columns<masked_rows<2>, b_transposed, form>,
+                                                    &many,
+                                                    &many,
+                                                    &panel,
+                                                    &panel,
+                                                    &panel,
+                                                    &panel};
+        const bool one_tile = static_cast<uint64_t>(m - 1) < 32, few_columns = static_cast<uint64_t>(n) <= most_columns;
+        kernel *const *const next = choice[(m > 16) + 2 * !one_tile + 4 * badly];
+        next[static_cast<uint64_t>(n) & -static_cast<uint64_t>(one_tile & few_columns)](m, n, k, alpha, a, lda, b, ldb,
+                                                                                        beta, c, ldc);
     }
 };
 } // namespace

@@ -26,29 +26,39 @@ enum class beta_form { zero, one, other };
 
 // One depth step of op(B), from some column on. The address moves from step to step and the strides stay in registers:
 // hidden from the compiler, which would rather keep an address for each column and each of eight steps.
-template <bool transposed> struct b_cursor;
+template <bool transposed, int columns> struct b_cursor;
 // Columns ldb apart, four of them reached from one address.
-template <> struct b_cursor<false> {
-    const float *b, *b4;
+template <int columns> struct b_cursor<false, columns> {
+    static constexpr int fours = (columns + 3) / 4;
+    const float *four[fours];
     int64_t one, two, three;
-    inline b_cursor(const float *b_, int64_t ldb) : b(b_), b4(b_ + 4 * ldb), one(ldb), two(2 * ldb), three(3 * ldb)
+    inline b_cursor(const float *b, int64_t ldb) : one(ldb), two(2 * ldb), three(3 * ldb)
     {
-        __asm__("" : "+r"(one), "+r"(two), "+r"(three));
+#pragma GCC unroll 4
+        for (int i = 0; i < fours; ++i)
+            four[i] = b + 4 * i * ldb;
+        if constexpr (columns > 1)
+            __asm__("" : "+r"(one));
+        if constexpr (columns > 2)
+            __asm__("" : "+r"(two));
+        if constexpr (columns > 3)
+            __asm__("" : "+r"(three));
     }
     inline const float *column(int j) const
     {
-        const float *const four = j < 4 ? b : b4;
-        return j % 4 == 0 ? four : four + (j % 4 == 1 ? one : j % 4 == 2 ? two : three);
+        return j % 4 == 0 ? four[j / 4] : four[j / 4] + (j % 4 == 1 ? one : j % 4 == 2 ? two : three);
     }
     inline void advance()
     {
-        ++b;
-        ++b4;
-        __asm__("" : "+r"(b), "+r"(b4));
+#pragma GCC unroll 4
+        for (int i = 0; i < fours; ++i) {
+            ++four[i];
+            __asm__("" : "+r"(four[i]));
+        }
     }
 };
 // A step is a row of B.
-template <> struct b_cursor<true> {
+template <int columns> struct b_cursor<true, columns> {
     const float *b;
     int64_t ldb;
     inline b_cursor(const float *b_, int64_t ldb_) : b(b_), ldb(ldb_) {}
@@ -182,20 +192,20 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
     // What a tile derives from these is worked out in the tile: in front of a column loop it would only be spilled.
     __asm__ volatile("" : "+r"(k), "+r"(a_depth), "+r"(ldb), "+r"(ldc));
     typename v::reg acc[cols][vecs];
-#pragma GCC unroll 8
+#pragma GCC unroll 16
     for (int j = 0; j < cols; ++j)
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i)
             acc[j][i] = v::zero();
 
-    b_cursor<b_transposed> y(b, ldb);
+    b_cursor<b_transposed, cols> y(b, ldb);
     const auto step = [&](typename v::reg(&sums)[cols][vecs]) __attribute__((always_inline))
     {
         typename v::reg av[vecs];
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i)
             av[i] = r.load(a, i);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int j = 0; j < cols; ++j)
             r.accumulate(sums[j], av, y.column(j));
         a += a_depth;
@@ -249,12 +259,12 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
     // C is read before any of it is written: in memory a store under a mask has its full width, and would make the load of
     // the next column wait for it. A product with 1 changes nothing and takes the multipliers' time.
     if (form != beta_form::zero || alpha != 1.0f)
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int j = 0; j < cols; ++j)
 #pragma GCC unroll 4
             for (int i = 0; i < vecs; ++i)
                 acc[j][i] = updated<form>(r, i, alpha, acc[j][i], beta, c + j * ldc);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
     for (int j = 0; j < cols; ++j, c += ldc)
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i)
@@ -271,28 +281,31 @@ template <class rows, int cols, bool b_transposed, beta_form form>
     nocopy_tile<rows, cols, b_transposed, form>(rows(m), no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
 
-// One row tile against the last columns, tile_n at most: each count of them has code of its own.
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::always_inline]] inline void last_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
-                                                int64_t a_depth, const float *b, int64_t ldb, const float *beta,
-                                                float *c, int64_t ldc)
+[[gnu::noinline]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
+                                   const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc);
+
+// One row tile against n columns: each count of them up to the widest tile has code of its own, at its index, and 0 is
+// for all others.
+constexpr int most_columns = 16;
+template <class rows, bool b_transposed, beta_form form, int n> constexpr tesh_blas_sgemm_kernel_nocopy_fn *columns_of()
 {
-    constexpr int most = rows::tile_n;
-    static constexpr tesh_blas_sgemm_kernel_nocopy_fn *tiles[] = {
-        single_tile<rows, 1, b_transposed, form>,
-        single_tile<rows, 2, b_transposed, form>,
-        single_tile<rows, 3, b_transposed, form>,
-        single_tile<rows, 4, b_transposed, form>,
-        single_tile<rows, 5, b_transposed, form>,
-        single_tile<rows, 6, b_transposed, form>,
-        single_tile < rows,
-        most < 7 ? most : 7,
-        b_transposed,
-        form >
-        , single_tile < rows, most < 8 ? most : 8, b_transposed, form >,
-    };
-    return tiles[n - 1](m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+    if constexpr (n >= 1 && n <= rows::widest)
+        return single_tile<rows, n, b_transposed, form>;
+    else
+        return all_columns<rows, b_transposed, form>;
 }
+template <class rows, bool b_transposed, beta_form form>
+constexpr tesh_blas_sgemm_kernel_nocopy_fn *by_columns[most_columns + 1] = {
+    columns_of<rows, b_transposed, form, 0>(),  columns_of<rows, b_transposed, form, 1>(),
+    columns_of<rows, b_transposed, form, 2>(),  columns_of<rows, b_transposed, form, 3>(),
+    columns_of<rows, b_transposed, form, 4>(),  columns_of<rows, b_transposed, form, 5>(),
+    columns_of<rows, b_transposed, form, 6>(),  columns_of<rows, b_transposed, form, 7>(),
+    columns_of<rows, b_transposed, form, 8>(),  columns_of<rows, b_transposed, form, 9>(),
+    columns_of<rows, b_transposed, form, 10>(), columns_of<rows, b_transposed, form, 11>(),
+    columns_of<rows, b_transposed, form, 12>(), columns_of<rows, b_transposed, form, 13>(),
+    columns_of<rows, b_transposed, form, 14>(), columns_of<rows, b_transposed, form, 15>(),
+    columns_of<rows, b_transposed, form, 16>()};
 
 // One row tile, the first of m rows, against all columns.
 template <class rows, bool b_transposed, beta_form form>
@@ -307,10 +320,11 @@ template <class rows, bool b_transposed, beta_form form>
         for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
             nocopy_tile<rows, tile_n, b_transposed, form>(r, fetch_in_place<rows, b_transposed>{r, {b, ldb}}, k, *alpha,
                                                           a, a_depth, b, ldb, beta, c, ldc);
-    for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
+    constexpr int64_t least = rows::widest == tile_n ? tile_n : rows::widest + 1; // the last columns make one wide tile
+    for (; n >= least; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
         nocopy_tile<rows, tile_n, b_transposed, form>(r, no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
     if (n > 0)
-        last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+        by_columns<rows, b_transposed, form>[n](m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
 
 template <class rows, bool b_transposed, beta_form form>
@@ -318,9 +332,8 @@ template <class rows, bool b_transposed, beta_form form>
                                             int64_t a_depth, const float *b, int64_t ldb, const float *beta, float *c,
                                             int64_t ldc)
 {
-    if (n > rows::tile_n || n < 1)
-        return all_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
-    return last_columns<rows, b_transposed, form>(m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+    by_columns<rows, b_transposed, form>[static_cast<uint64_t>(n) <= most_columns ? n : 0](m, n, k, alpha, a, a_depth,
+                                                                                           b, ldb, beta, c, ldc);
 }
 
 // A full row tile in the panel against all columns, a tile of them at least. The first tile fetches the rows behind: they
@@ -421,10 +434,10 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
                                                  int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
                                                  int64_t ldc)
 {
-    // At an odd float.
-    const bool lies_badly = ((reinterpret_cast<uintptr_t>(a) | static_cast<uintptr_t>(lda) * 4) & 7) != 0;
-    if (a_transposed || (lies_badly && n > p::whole_columns))
-        return product_by_panel<p, a_transposed, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    return p::template rows_where_they_lie<b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if constexpr (a_transposed)
+        return product_by_panel<p, true, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    const bool at_odd_float = ((reinterpret_cast<uintptr_t>(a) | static_cast<uintptr_t>(lda) * 4) & 7) != 0;
+    return p::template rows_as_they_lie<b_transposed, form>(at_odd_float & (n > p::whole_columns), m, n, k, alpha, a,
+                                                            lda, b, ldb, beta, c, ldc);
 }
 } // namespace
