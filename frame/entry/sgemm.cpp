@@ -5,6 +5,7 @@
 #include "frame/entry/gemm_check.h"
 #include "frame/entry/verbose_frame.h"
 #include "frame/service/xerbla_slot.h"
+#include "gemm/sgemm_direct.h"
 
 namespace
 {
@@ -43,6 +44,24 @@ int32_t sgemm_check(const char *transa, const char *transb, const int64_t *m, co
                   static_cast<const void *>(b), verbose_integer(ldb), static_cast<const void *>(beta),
                   static_cast<const void *>(c), verbose_integer(ldc));
 }
+
+// Nothing to register and nothing to print.
+bool sgemm_is_silent()
+{
+    return __atomic_load_n(&tesh_xerbla_address, __ATOMIC_RELAXED) != nullptr && verbose_state(sgemm_verbose) == 0;
+}
+
+// A silent call with right arguments is a row of tests and a jump; all else goes through the frame in full, which makes
+// them again.
+[[gnu::noinline]] void sgemm_by_front(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                      const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
+                                      const float *b, const int64_t *ldb, const float *beta, float *c,
+                                      const int64_t *ldc)
+{
+    const bool plain = sgemm_is_silent() && gemm_bad_argument(transa, transb, m, n, k, lda, ldb, ldc) == 0;
+    const auto next = __builtin_expect(plain, 1) ? tesh_blas_sgemm : sgemm_in_full;
+    next(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
 } // namespace
 
 extern "C" {
@@ -53,17 +72,13 @@ int32_t tesh_blas_errchk_sgemm(const char *transa, const char *transb, const int
     return sgemm_check(transa, transb, m, n, k, lda, ldb, ldc);
 }
 
-// A silent call with right arguments, its handler registered, is a row of tests and a jump; all else goes through the frame
-// in full, which makes them again.
 void SGEMM(const char *transa, const char *transb, const int64_t *m, const int64_t *n, const int64_t *k,
            const float *alpha, const float *a, const int64_t *lda, const float *b, const int64_t *ldb,
            const float *beta, float *c, const int64_t *ldc)
 {
-    const bool registered = __atomic_load_n(&tesh_xerbla_address, __ATOMIC_RELAXED) != nullptr;
-    const bool plain = registered && verbose_state(sgemm_verbose) == 0 &&
-                       gemm_bad_argument(transa, transb, m, n, k, lda, ldb, ldc) == 0;
-    const auto next = __builtin_expect(plain, 1) ? tesh_blas_sgemm : sgemm_in_full;
-    next(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    if (sgemm_is_silent() && sgemm_goes_direct(transa, transb, m, n, k, alpha, lda, ldb, ldc))
+        return sgemm_direct_kernel(*transa, *transb, *beta)(*m, *n, *k, alpha, a, *lda, b, *ldb, beta, c, *ldc);
+    sgemm_by_front(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 
 [[gnu::alias("SGEMM")]] decltype(SGEMM) sgemm;

@@ -4,4 +4,4 @@
 #pragma once
 #include "frame/tesh_serv.h"
 
-extern "C" tesh_serv_xerbla_fn tesh_xerbla_address; // null until a handler is set
+extern "C" [[gnu::visibility("hidden")]] tesh_serv_xerbla_fn tesh_xerbla_address; // null until a handler is set
