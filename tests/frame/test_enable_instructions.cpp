@@ -148,6 +148,15 @@ TEST(enable_instructions, the_variable_is_read_once)
     });
 }
 
+TEST(enable_instructions, the_question_for_avx10_reads_no_variable)
+{
+    on_processor("avx10_2", {{"TESH_ENABLE_INSTRUCTIONS", "AVX10"}}, [] {
+        EXPECT_EQ(tesh_serv_is_avx10_enabled(), 0);
+        EXPECT_EQ(tesh_serv_is_sse4_2_enabled(), 1); // reads it
+        EXPECT_EQ(tesh_serv_is_avx10_enabled(), 1);
+    });
+}
+
 TEST(enable_instructions, texts_and_their_codes)
 {
     struct {
