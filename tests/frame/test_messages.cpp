@@ -127,6 +127,19 @@ TEST(puts, does_not_interpret_the_text)
     EXPECT_EQ(printed([] { tesh_puts(1, "100 %s"); }).err, "100 %s");
 }
 
+TEST(puts, takes_standard_output_where_there_is_no_standard_error)
+{
+    const auto result = printed([] {
+        FILE *const before = stderr;
+        stderr = nullptr;
+        tesh_puts(1, "x ");
+        tesh_serv_print(1, 8, 1, "F");
+        stderr = before;
+    });
+    EXPECT_EQ(result.out, "x Orvan Tesh INTERNAL ERROR: Insufficient workspace available in function F.\n");
+    EXPECT_EQ(result.err, "");
+}
+
 TEST(puts, flushes_all_streams)
 {
     const auto result = run_forked([]() -> int {
