@@ -66,8 +66,8 @@ enum mc3_gemm_size_code { mc3_gemm_size_of_problem = 107, mc3_gemm_size_of_block
 struct mc3_gemm_buffers {
     void *base;      // what the allocator answered; null without memory
     float *a, *b;    // aligned to a page; null for what the scheme does not keep
-    int64_t a_bytes; // of the A part, a multiple of a page
-    int64_t b_bytes; // of the B part, a multiple of a page
+    int64_t a_bytes; // of the A part, a multiple of a page; -1 where the product of its sizes is no size
+    int64_t b_bytes; // of the B part, likewise
 };
 
 TESH_API extern const mc3_gemm_kernel tesh_mc3_s_all_gemm_ker[1];

@@ -17,6 +17,12 @@ constexpr int64_t round_up(int64_t x, int64_t step)
 {
     return (x + step - 1) / step * step;
 }
+// total += x * y, for sizes of scratch; false where that is more than the type holds.
+inline bool add_product(int64_t *total, int64_t x, int64_t y)
+{
+    int64_t product = 0;
+    return !__builtin_mul_overflow(x, y, &product) && !__builtin_add_overflow(*total, product, total);
+}
 // Index of the first logical element of a vector of n elements: a negative increment starts at the far end.
 constexpr int64_t first_index(int64_t n, int64_t inc)
 {

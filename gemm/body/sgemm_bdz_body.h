@@ -12,8 +12,8 @@ namespace
 constexpr int64_t bdz_least_m = 12, bdz_least_n = 4, bdz_least_k = 2;
 constexpr int64_t bdz_unroll_m = 16, bdz_unroll_n = 4, bdz_unroll_k = 1;
 constexpr int64_t bdz_most_rows = 6400, bdz_most_columns = 384, bdz_most_depth = 192, bdz_least_depth = 128;
-constexpr size_t bdz_room = 16896; // [bytes] for the alignment of both panels
-constexpr uintptr_t page = 4096;   // [bytes]
+constexpr int64_t bdz_room = 16896; // [bytes] for the alignment of both panels
+constexpr uintptr_t page = 4096;    // [bytes]
 
 inline int64_t bdz_depth_block(int64_t k)
 {
@@ -38,8 +38,10 @@ inline float *next_page(uintptr_t at)
 
 inline void bdz_get_buffers(int64_t mb, int64_t nb, int64_t kb, void **base, float **a_panel, float **b_panel)
 {
-    const size_t bytes = static_cast<size_t>((mb * 4 + nb * 8) * kb) + bdz_room;
-    *base = tesh_serv_allocate(bytes, 128);
+    int64_t step_bytes = 0, bytes = bdz_room;
+    const bool is_size =
+        add_product(&step_bytes, mb, 4) && add_product(&step_bytes, nb, 8) && add_product(&bytes, step_bytes, kb);
+    *base = is_size ? tesh_serv_allocate(static_cast<size_t>(bytes), 128) : nullptr;
     if (*base == nullptr)
         return;
     *a_panel = next_page(reinterpret_cast<uintptr_t>(*base));

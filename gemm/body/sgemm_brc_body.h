@@ -13,7 +13,7 @@ constexpr int64_t brc_least_m = 5, brc_least_n = 3, brc_least_k = 3;
 constexpr int64_t brc_unroll_m = 8, brc_unroll_n = 4, brc_unroll_k = 4;
 constexpr int64_t brc_most_rows = 256, brc_most_columns = 512, brc_most_depth = 256, brc_least_depth = 128;
 // [bytes] beside the panels, by which of them are asked for.
-constexpr size_t brc_room_a = 13056, brc_room_b = 13568, brc_room_both = 21760, brc_room_neither = 4864;
+constexpr int64_t brc_room_a = 13056, brc_room_b = 13568, brc_room_both = 21760, brc_room_neither = 4864;
 constexpr int64_t brc_work_step = 64; // [bytes] a depth step: 4 columns, each element four times
 
 inline int64_t brc_depth_block(int64_t k)
@@ -40,11 +40,12 @@ inline uintptr_t brc_next(uintptr_t at, uintptr_t step)
 inline void brc_get_buffers(bool with_a, bool with_b, int64_t mb, int64_t nb, int64_t kb, void **base, float **a_panel,
                             float **work, float **b_panel)
 {
-    const size_t a_bytes = with_a ? static_cast<size_t>(mb * kb) * sizeof(float) : 0;
-    const size_t b_bytes = with_b ? static_cast<size_t>(nb * kb) * sizeof(float) : 0;
-    const size_t work_bytes = static_cast<size_t>(brc_work_step * kb);
-    const size_t room = with_a ? (with_b ? brc_room_both : brc_room_a) : (with_b ? brc_room_b : brc_room_neither);
-    *base = tesh_serv_allocate(a_bytes + work_bytes + b_bytes + room, 128);
+    int64_t step_bytes = brc_work_step;
+    int64_t bytes = with_a ? (with_b ? brc_room_both : brc_room_a) : (with_b ? brc_room_b : brc_room_neither);
+    const bool is_size = add_product(&step_bytes, with_a ? mb : 0, sizeof(float)) &&
+                         add_product(&step_bytes, with_b ? nb : 0, sizeof(float)) &&
+                         add_product(&bytes, step_bytes, kb);
+    *base = is_size ? tesh_serv_allocate(static_cast<size_t>(bytes), 128) : nullptr;
     *a_panel = *work = *b_panel = nullptr;
     if (*base == nullptr)
         return;
@@ -52,11 +53,11 @@ inline void brc_get_buffers(bool with_a, bool with_b, int64_t mb, int64_t nb, in
     if (with_a) {
         at = brc_next(at, 4096);
         *a_panel = reinterpret_cast<float *>(at);
-        at += a_bytes;
+        at += static_cast<size_t>(mb * kb) * sizeof(float);
     }
     at = brc_next(at, 128) + 128;
     *work = reinterpret_cast<float *>(at);
-    at += work_bytes;
+    at += static_cast<size_t>(brc_work_step * kb);
     if (with_b)
         *b_panel = reinterpret_cast<float *>(brc_next(at, 4096) + 640);
 }

@@ -37,6 +37,14 @@ inline bool is_scheme(int32_t scheme)
 {
     return scheme >= mc3_gemm_scheme_a_block && scheme <= mc3_gemm_scheme_a_block_b_panel;
 }
+// Whole pages; -1 where that is no size.
+inline int64_t part_bytes(int64_t width, int64_t depth)
+{
+    int64_t floats = 0, bytes = page_bytes - 1;
+    if (!add_product(&floats, width, depth) || !add_product(&bytes, floats, sizeof(float)))
+        return -1;
+    return bytes / page_bytes * page_bytes;
+}
 } // namespace
 
 extern "C" {
@@ -94,8 +102,8 @@ void tesh_blas_mc3_sgemm_get_blks_size(const int64_t *, const int64_t *n, const 
 
 int64_t tesh_blas_mc3_sgemm_get_kernel_version(const int64_t *n, const int64_t *k, const mc3_gemm_descriptor *desc)
 {
-    const int64_t elements = min_of(*n, desc->block_n) * min_of(*k, desc->block_k);
-    return elements * static_cast<int64_t>(sizeof(float)) <= resident_b_bytes ? 4 : 2;
+    const int64_t bytes = part_bytes(min_of(*n, desc->block_n), min_of(*k, desc->block_k));
+    return bytes >= 0 && bytes <= resident_b_bytes ? 4 : 2;
 }
 
 int32_t tesh_blas_mc3_sgemm_get_bufs_size(int32_t scheme, int32_t size_code, const int64_t *m, const int64_t *n,
@@ -111,8 +119,8 @@ int32_t tesh_blas_mc3_sgemm_get_bufs_size(int32_t scheme, int32_t size_code, con
                             : keeps_a_panel(scheme) ? min_of(rows, mc3_gemm_panel_tiles * desc->kernel.unroll_m)
                                                     : 0;
     const int64_t b_width = keeps_b_block(scheme) ? cols : keeps_b_panel(scheme) ? desc->kernel.unroll_n : 0;
-    buffers->a_bytes = round_up(a_width * depth * static_cast<int64_t>(sizeof(float)), page_bytes);
-    buffers->b_bytes = round_up(b_width * depth * static_cast<int64_t>(sizeof(float)), page_bytes);
+    buffers->a_bytes = part_bytes(a_width, depth);
+    buffers->b_bytes = part_bytes(b_width, depth);
     return 0;
 }
 
@@ -122,7 +130,10 @@ int32_t tesh_blas_mc3_sgemm_get_bufs(int32_t scheme, mc3_gemm_buffers *buffers)
     buffers->a = buffers->b = nullptr;
     if (!is_scheme(scheme))
         return 1;
-    const int64_t bytes = buffers->a_bytes + buffers->b_bytes + page_bytes;
+    int64_t bytes = page_bytes;
+    if (buffers->a_bytes < 0 || buffers->b_bytes < 0 || !add_product(&bytes, buffers->a_bytes, 1) ||
+        !add_product(&bytes, buffers->b_bytes, 1))
+        return 0;
     buffers->base = tesh_serv_allocate(static_cast<size_t>(bytes), alignment);
     if (buffers->base == nullptr)
         return 0;

@@ -481,6 +481,26 @@ TEST_P(portable_parts, scratch_of_the_256_x_256_form_holds_the_panels_asked_for)
     }
 }
 
+// Wrapped around, these would be small requests.
+TEST_P(portable_parts, scratch_whose_size_does_not_fit_64_bits_is_not_asked_for)
+{
+    const std::int64_t two_to_30 = INT64_C(1) << 30, two_to_32 = INT64_C(1) << 32, two_to_61 = INT64_C(1) << 61;
+    const std::int64_t sizes[][2] = {{two_to_30, two_to_32}, {two_to_32, two_to_32}, {two_to_61, 128},
+                                     {two_to_61, two_to_61}, {INT64_MAX, 1},         {INT64_MAX, INT64_MAX}};
+    for (const auto &[width, depth] : sizes) {
+        void *base = &played::requests;
+        float *a, *work, *b;
+        p.get_bdz(&width, &width, &depth, &base, &a, &b);
+        EXPECT_EQ(base, nullptr) << width << ' ' << depth;
+        for (const std::int32_t with_a : {0, 1}) {
+            base = &played::requests;
+            p.get_brc(with_a, 1 - with_a, &width, &width, &depth, &base, &a, &work, &b);
+            EXPECT_EQ(base, nullptr) << width << ' ' << depth;
+        }
+    }
+    EXPECT_TRUE(played::requests.empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(paths, portable_parts, testing::ValuesIn(all_parts),
                          [](const auto &x) { return std::string(x.param.name); });
 } // namespace

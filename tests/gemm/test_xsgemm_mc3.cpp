@@ -507,5 +507,19 @@ TEST_F(mc3, sizes_that_overflow_memory_take_the_bufferless_road)
     const int64_t huge = std::numeric_limits<int64_t>::max();
     ASSERT_EQ(tesh_blas_mc3_sgemm_get_bufs_size(102, 107, &huge, &huge, &huge, &desc, &buffers), 0);
     EXPECT_LE(buffers.a_bytes + buffers.b_bytes, int64_t(1) << 30) << "blocks bound what a huge problem asks for";
+    for (const int64_t preset : {int64_t(1) << 61, huge}) {
+        mc3_gemm_descriptor large = desc;
+        large.block_m = large.block_n = large.block_k = preset; // no scheme of it fits 64 bits
+        for (int32_t scheme = 100; scheme <= 106; ++scheme) {
+            for (const int32_t size_code : {107, 108}) {
+                ASSERT_EQ(tesh_blas_mc3_sgemm_get_bufs_size(scheme, size_code, &huge, &huge, &huge, &large, &buffers),
+                          0);
+                buffers.base = &buffers;
+                EXPECT_EQ(tesh_blas_mc3_sgemm_get_bufs(scheme, &buffers), 0);
+                EXPECT_EQ(buffers.base, nullptr) << scheme << ' ' << size_code << ' ' << preset;
+            }
+        }
+        EXPECT_EQ(tesh_blas_mc3_sgemm_get_kernel_version(&huge, &huge, &large), 2);
+    }
 }
 } // namespace
