@@ -34,6 +34,8 @@ template <bool read_c>
 [[gnu::always_inline]] inline void product(int64_t n, float alpha, const float *a, int64_t lda, const float *b,
                                            int64_t ldb, float beta, float *c, int64_t ldc)
 {
+    if (n < 1)
+        return;
     const __m256i rows = _mm256_setr_epi32(-1, -1, -1, -1, -1, -1, 0, 0);
     // Two lanes are idle: they repeat row 5 of A, and have no beta, so that no infinity meets a zero there.
     const __m256i repeat = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 5, 5);

@@ -156,6 +156,8 @@ extern "C" void tesh_blas_avx512_sgemm_t_smalln(const char *, const char *, cons
                                                 const int64_t *lda, const float *b, const int64_t *ldb,
                                                 const float *beta, float *c, const int64_t *ldc)
 {
+    if (*m < 1)
+        return;
     const int64_t twos = (3 - *n % 3) % 3;
     for (int64_t j = 0, width; j < *n; j += width) {
         width = j < 2 * twos ? 2 : 3;

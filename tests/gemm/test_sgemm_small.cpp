@@ -101,6 +101,17 @@ TEST_F(sgemm_t_smalln, no_depth_scales_c)
             return;
 }
 
+TEST_F(sgemm_t_smalln, empty_shapes_touch_nothing)
+{
+    const std::int64_t n = 5, k = 200, ld = 200, none = 0, below = -1, three_below = -3;
+    const float one = 1.0f, two = 2.0f;
+    for (const std::int64_t *rows : {&none, &below, &three_below})
+        tesh_blas_avx512_sgemm_t_smalln("T", "N", rows, &n, &k, &one, nullptr, &ld, nullptr, &ld, &two, nullptr, &ld);
+    for (const std::int64_t *columns : {&none, &below})
+        tesh_blas_avx512_sgemm_t_smalln("T", "N", &n, columns, &k, &one, nullptr, &ld, nullptr, &ld, &two, nullptr,
+                                        &ld);
+}
+
 // The last steps of the depth are masked in the sums as well.
 TEST_F(sgemm_t_smalln, infinity_in_the_last_step_stays_in_its_row)
 {
@@ -158,6 +169,16 @@ TEST_F(sgemm_6_by_6, neighbouring_columns_do_not_spill_into_each_other)
                            : tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6);
         tesh_test::expect_gemm_result(x, true);
     }
+}
+
+TEST_F(sgemm_6_by_6, no_columns_touch_nothing)
+{
+    const std::int64_t six = 6, none = 0, below = -4;
+    const float one = 1.0f, two = 2.0f;
+    for (const std::int64_t *columns : {&none, &below})
+        for (tesh_blas_sgemm_fn *const product :
+             {tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6, tesh_blas_avx2_sgemm_nocopy_anbn_meq6_keq6_b0})
+            product("N", "N", &six, columns, &six, &one, nullptr, &six, nullptr, &six, &two, nullptr, &six);
 }
 
 // What stands in a register beside the six rows raises no flag against an infinite factor.
