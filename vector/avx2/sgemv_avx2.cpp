@@ -37,8 +37,8 @@ template <int sets> inline __m256 sum_sets(const __m256 *set)
         return _mm256_add_ps(_mm256_add_ps(set[0], set[1]), _mm256_add_ps(set[2], set[3]));
 }
 
-// The next columns of y += alpha*A^T*x, if so many are left: j moves behind them.
-template <int columns>
+// The next columns of y += alpha*A^T*x, if so many are left: j moves behind them. longest: rows of a round, 32 or more.
+template <int columns, int longest>
 [[gnu::always_inline]] inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a,
                                                  int64_t lda, const float *x, int64_t incy, float *y)
 {
@@ -61,8 +61,9 @@ template <int columns>
     }
     int64_t i = 0;
     // Registers of 8 rows from row i on, beginning with the first accumulators.
-    const auto add_registers = [&](int registers) {
-#pragma GCC unroll 4
+    const auto add_registers = [&](int registers) __attribute__((always_inline))
+    {
+#pragma GCC unroll 32
         for (int r = 0; r < registers; ++r, i += 8) {
             const __m256 xv = _mm256_loadu_ps(x + i);
 #pragma GCC unroll 4
@@ -70,6 +71,15 @@ template <int columns>
                 set[c][r % sets] = _mm256_fmadd_ps(_mm256_loadu_ps(column[c] + i), xv, set[c][r % sets]);
         }
     };
+    if constexpr (longest > 32) {
+#pragma GCC unroll 1
+        while (i + longest <= m) // NOLINT(bugprone-infinite-loop): add_registers moves i
+            add_registers(longest / 8);
+        if (i + 128 <= m)
+            add_registers(16);
+        if (i + 64 <= m)
+            add_registers(8);
+    }
 #pragma GCC unroll 1
     while (i + 32 <= m) // NOLINT(bugprone-infinite-loop): add_registers moves i
         add_registers(4);
@@ -99,6 +109,23 @@ template <int columns>
     for (int c = 0; c < columns; ++c, y += incy)
         store_one(y, __builtin_fmaf(alpha, dot[c], load_one(y)));
     return true;
+}
+
+// tesh_blas_avx2_xsgemv_t for at least 128 rows and an A beyond the first cache: four rounds of columns in a loop of many
+// loads (sgemv_columns.h). The same arguments, so that it is jumped to.
+[[gnu::noinline]] void add_long_dots(const int64_t *m, const int64_t *n, const float *alpha, const float *a,
+                                     const int64_t *lda, const float *x, const int64_t *incy, float *y)
+{
+    const int64_t rows = *m, columns = *n, a_step = *lda, y_step = *incy;
+    const float factor = *alpha;
+    int64_t j = 0;
+    while (add_next_dots<4, 256>(j, rows, columns, factor, a, a_step, x, y_step, y) &&
+           add_next_dots<4, 256>(j, rows, columns, factor, a, a_step, x, y_step, y) &&
+           add_next_dots<4, 256>(j, rows, columns, factor, a, a_step, x, y_step, y) &&
+           add_next_dots<4, 256>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
+    }
+    add_next_dots<2, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);
+    add_next_dots<1, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);
 }
 
 // y += alpha*A*x for a strided y without a buffer, 8 rows a round.
@@ -173,12 +200,16 @@ extern "C" void tesh_blas_avx2_xsgemv_t(const int64_t *m, const int64_t *n, cons
                                         const int64_t *lda, const float *x, const int64_t *incy, float *y)
 {
     const int64_t rows = *m, columns = *n, a_step = *lda, y_step = *incy;
+    if (rows >= 128 && rows * columns > first_cache) {
+        add_long_dots(m, n, alpha, a, lda, x, incy, y);
+        return;
+    }
     const float factor = *alpha;
     int64_t j = 0;
-    while (add_next_dots<4>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
+    while (add_next_dots<4, 32>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
     }
-    add_next_dots<2>(j, rows, columns, factor, a, a_step, x, y_step, y);
-    add_next_dots<1>(j, rows, columns, factor, a, a_step, x, y_step, y);
+    add_next_dots<2, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);
+    add_next_dots<1, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);
 }
 
 extern "C" void tesh_blas_avx2_xsgemv(const char *trans, const int64_t *m, const int64_t *n, const float *alpha,

@@ -3,8 +3,8 @@
 //
 // A:   rounds of 4 columns over pieces of 16 rows of y, which are gathered and scattered where y is strided.
 // A^T: rounds of 4 columns, one accumulator of 16 lanes each. The product of row 0 opens the chain of row 1, and rows 1,
-//      17, 33, ... make the first chain. Two rounds run together where there are so many, as chains of one column do not
-//      hide the latency of the multiply-add. Columns of at most 8 rows share registers, with the same chains.
+//      17, 33, ... make the first chain. Two or four rounds run together where there are so many, as chains of one column
+//      do not hide the latency of the multiply-add. Columns of at most 8 rows share registers, with the same chains.
 //
 // No sum depends on the address of an operand.
 #include "frame/path/path_util.h"
@@ -99,6 +99,10 @@ template <class access_type> [[gnu::noinline]] void add_product_strided(const sg
     }
 }
 
+template <int n> struct number {
+    static constexpr int value = n;
+};
+
 // How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
 // 0 in the register that holds it, so that loads can stand at register boundaries.
 struct row_pieces {
@@ -128,7 +132,8 @@ inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
 
 // The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ... in lane 1, of rows 2, 18, 34, ... in lane 2,
 // and so on. Row 0 opens the first of them. sets: accumulators of a column.
-template <int columns, int sets, class access_type>
+// round: registers of a column in a round, a power of two.
+template <int columns, int sets, int round, class access_type>
 [[gnu::always_inline]] inline void column_chains(const row_pieces &rows, const float *a, int64_t lda, const float *x,
                                                  const access_type &access, __m512 *chain)
 {
@@ -141,14 +146,15 @@ template <int columns, int sets, class access_type>
         group[g] = a + 4 * g * lda;
     const auto column = [&](int c, int64_t i) { return group[c / 4] + c % 4 * lda + i; };
     __m512 sum[sets][columns];
-    const auto add_masked = [&](int64_t i, __mmask16 lanes) {
+    const auto add_masked = [&](int64_t i, __mmask16 lanes) __attribute__((always_inline))
+    {
         const __m512 xv = access.load(x + i * access.inc, lanes);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
             sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column(c, i), lanes), xv, sum[0][c], lanes);
     };
     const __m512 x_0 = _mm512_set1_ps(load_one(x));
-#pragma GCC unroll 8
+#pragma GCC unroll 16
     for (int c = 0; c < columns; ++c) {
         sum[0][c] = _mm512_maskz_mul_ps(rows.row_1, x_0, _mm512_set1_ps(load_one(column(c, 0))));
         for (int s = 1; s < sets; ++s)
@@ -156,36 +162,55 @@ template <int columns, int sets, class access_type>
     }
     if (rows.opening_in_bounds) {
         const __m512 xv = access.load(x);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
             sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column(c, 0)), xv, sum[0][c], rows.opening);
     } else {
         add_masked(-rows.lead, rows.opening);
     }
     if (rows.ahead != 0) {
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
             masked_avx512::prefetch(column(c, rows.ahead));
     }
-    const auto add_whole = [&](int s, int64_t i) {
+    const auto add_whole = [&](int s, int64_t i) __attribute__((always_inline))
+    {
         const __m512 xv = access.load(x + i * access.inc);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
             sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column(c, i)), xv, sum[s][c]);
     };
     int64_t i = rows.whole;
 #pragma GCC unroll 1
-    for (; sets > 1 && i + 16 * sets <= rows.rest_at; i += 16 * sets) {
-#pragma GCC unroll 4
-        for (int s = 0; s < sets; ++s)
-            add_whole(s, i + 16 * s);
+    for (; i + 16 * round <= rows.rest_at; i += 16 * round) {
+#pragma GCC unroll 32
+        for (int r = 0; r < round; ++r)
+            add_whole(r % sets, i + 16 * r);
     }
+    if constexpr (round > sets) {
+        const auto add_some = [&](auto count) __attribute__((always_inline))
+        {
+            constexpr int registers = count.value;
+            if (registers >= round || i + 16 * registers > rows.rest_at)
+                return;
+#pragma GCC unroll 16
+            for (int r = 0; r < registers; ++r)
+                add_whole(0, i + 16 * r);
+            i += 16 * registers;
+        };
+        add_some(number<16>());
+        add_some(number<8>());
+        add_some(number<4>());
+        add_some(number<2>());
+        add_some(number<1>());
+    } else {
 #pragma GCC unroll 1
-    for (; i < rows.rest_at; i += 16)
-        add_whole(0, i);
+        for (; i < rows.rest_at; i += 16)
+            add_whole(0, i);
+    }
     if (rows.rest != 0)
         add_masked(i, rows.rest);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
     for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 4
         for (int s = 1; s < sets; ++s)
@@ -195,14 +220,14 @@ template <int columns, int sets, class access_type>
     if (rows.lead != 0) { // row i back to lane i % 16, so that the lanes are summed in the same order at every address
         const __m512i lane = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
         const __m512i from = _mm512_add_epi32(lane, _mm512_set1_epi32(static_cast<int>(rows.lead)));
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
             chain[c] = _mm512_permutexvar_ps(from, chain[c]);
     }
 }
 
 // The sums of the lanes of four registers, in the four lanes of each quarter.
-inline __m512 sum_quarters(const __m512 *chain)
+[[gnu::always_inline]] inline __m512 sum_quarters(const __m512 *chain)
 {
     const __m512 first = _mm512_add_ps(_mm512_unpacklo_ps(chain[0], chain[1]), _mm512_unpackhi_ps(chain[0], chain[1]));
     const __m512 second = _mm512_add_ps(_mm512_unpacklo_ps(chain[2], chain[3]), _mm512_unpackhi_ps(chain[2], chain[3]));
@@ -212,9 +237,11 @@ inline __m512 sum_quarters(const __m512 *chain)
 }
 
 // Lane c: the sum of chain[c].
-template <int columns> inline __m512 sum_lanes(const __m512 *chain)
+template <int columns> [[gnu::always_inline]] inline __m512 sum_lanes(const __m512 *chain)
 {
-    if constexpr (columns == 8) {
+    if constexpr (columns == 16) {
+        return _mm512_insertf32x8(sum_lanes<8>(chain), _mm512_castps512_ps256(sum_lanes<8>(chain + 8)), 1);
+    } else if constexpr (columns == 8) {
         const __m512 low = sum_quarters(chain), high = sum_quarters(chain + 4);
         const __m512 halves =
             _mm512_add_ps(_mm512_shuffle_f32x4(low, high, 0x88), _mm512_shuffle_f32x4(low, high, 0xdd));
@@ -230,7 +257,7 @@ template <int columns> inline __m512 sum_lanes(const __m512 *chain)
 }
 
 // y += alpha*dots for some columns. No masks: y may be loaded again soon.
-template <int columns> inline void add_to_y(__m512 dots, float alpha, float *y, int64_t incy)
+template <int columns> [[gnu::always_inline]] inline void add_to_y(__m512 dots, float alpha, float *y, int64_t incy)
 {
     if (incy == 1 && columns >= 4) {
         if constexpr (columns == 16)
@@ -302,9 +329,26 @@ template <int per_register> [[gnu::noinline]] int64_t add_brief_dots(const sgemv
     return j;
 }
 
-template <int n> struct number {
-    static constexpr int value = n;
-};
+// y += alpha*A^T*x for a contiguous x and the columns that fill rounds, in a loop of many loads: sgemv_columns.h. Returns
+// the columns done.
+template <int columns, int round>
+[[gnu::noinline]] int64_t add_long_rounds(const sgemv_call &call, const row_pieces &pieces)
+{
+    const row_pieces rows = pieces;
+    const int64_t lda = call.lda, incy = call.incy;
+    const float alpha = call.alpha, *const x = call.x, *a = call.a;
+    float *y = call.y;
+    const int64_t n = call.n;
+    int64_t j = 0;
+    for (; j + columns <= n; j += columns) {
+        __m512 chain[columns];
+        column_chains<columns, 1, round>(rows, a, lda, x, contiguous_16(1), chain);
+        add_to_y<columns>(sum_lanes<columns>(chain), alpha, y, incy);
+        a += columns * lda;
+        y += columns * incy;
+    }
+    return j;
+}
 
 // y += alpha*A^T*x.
 template <class access_type> [[gnu::noinline]] void add_product_transposed(const sgemv_call &call)
@@ -327,14 +371,25 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
     const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(a) % 64 / sizeof(float));
     row_pieces rows = cut_rows(call.m, n, lda, columns_share_alignment ? in_front : 0);
     // columns: of a round, sets: accumulators of each.
-    const auto add_dots = [&](auto columns_type, auto sets_type) {
+    const auto add_dots = [&](auto columns_type, auto sets_type) __attribute__((always_inline))
+    {
         constexpr int columns = columns_type.value, sets = sets_type.value;
         __m512 chain[columns];
-        column_chains<columns, sets>(rows, a, lda, x, access, chain);
+        column_chains<columns, sets, sets>(rows, a, lda, x, access, chain);
         add_to_y<columns>(sum_lanes<columns>(chain), alpha, y, incy);
         a += columns * lda;
         y += columns * incy;
     };
+    if constexpr (access_type::dense) {
+        int64_t done = 0;
+        if (call.m >= rows_of_long_loop<masked_avx512>)
+            done = call.m * n > first_cache ? add_long_rounds<8, 32>(call, rows) : 0;
+        else if (call.m >= 32 && n >= 16)
+            done = add_long_rounds<16, 8>(call, rows);
+        n -= done;
+        a += done * lda;
+        y += done * incy;
+    }
 #pragma GCC unroll 1
     for (; n >= 8; n -= 8)
         add_dots(number<8>(), number<1>());

@@ -2,7 +2,12 @@
 // y += alpha * A * x on the paths whose traits have masks (v is masked_avx2 or masked_avx512), in rounds of 4 columns.
 //
 // short y   stays in registers over all columns, 12 registers at a time; A alone is read.
-// long y    two rounds of columns in one pass over y, so that A is read in long runs.
+// long y    two or four rounds of columns in one pass over y, so that A is read in long runs.
+//
+// The loops over an A that lies in the second-level cache are long: 128 and more load instructions. Where each of few
+// goes through memory at a stride of its own, the processor's stride prefetcher follows them and asks that cache for
+// lines that it holds, one for each that is read, which takes a third of its bandwidth or half of it. It loses track of
+// so many (256 x 256: 2.0 cycles a line in loops of 16 loads, 1.35 in one of 256 and in a plain walk).
 //
 // Each element of y takes one fused multiply-add a column, in the order of the columns: its bits depend on nothing else.
 // Where v::chains allows it, a short y of few registers has more chains of them, which are added at the end and hide the
@@ -12,6 +17,8 @@
 
 namespace
 {
+constexpr int64_t first_cache = 40 * 1024 / 4; // elements of A that the first cache holds, and x and y with them
+
 // Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are asked
 // for 128 columns ahead, about the latency of memory, where there are so many.
 constexpr int64_t most_brief = 64; // rows of such a column
@@ -49,10 +56,12 @@ struct row_panel {
 };
 enum class masked { none, last, both_ends }; // registers of a panel that may not be full
 
+constexpr int long_panel = 7; // registers of a panel that is worth a long loop
+
 // pieces registers of y. All but the masked ones are full.
 template <class v, int pieces, masked ends> [[gnu::noinline]] void add_rows(const row_panel &panel)
 {
-    constexpr int round_columns = 4;
+    constexpr int round_columns = pieces >= long_panel ? 16 : 4;
     constexpr int chains = v::chains(pieces);
     constexpr int begin = ends == masked::both_ends ? 1 : 0, end = ends == masked::none ? pieces : pieces - 1;
     constexpr bool brief = ends != masked::none && pieces * v::width <= most_brief;
@@ -76,7 +85,8 @@ template <class v, int pieces, masked ends> [[gnu::noinline]] void add_rows(cons
         for (int p = 0; p < pieces; ++p)
             sum[chain][p] = v::zero();
     }
-    const auto add_column = [&](int chain, typename v::reg t) {
+    const auto add_column = [&](int chain, typename v::reg t) __attribute__((always_inline))
+    {
         if (begin == 1)
             sum[chain][0] = v::mul_add(v::load(a, first), t, sum[chain][0], first);
 #pragma GCC unroll 12
@@ -90,15 +100,26 @@ template <class v, int pieces, masked ends> [[gnu::noinline]] void add_rows(cons
         a += lda;
     };
     const typename v::reg alpha = v::set1(panel.alpha);
-    int64_t n = panel.n;
-#pragma GCC unroll 1
-    for (; n >= round_columns; n -= round_columns) {
+    const auto add_four = [&]() __attribute__((always_inline))
+    {
         const typename v::reg t = v::mul(v::four(x, incx), alpha);
         add_column(0, v::template one_of_four<0>(t));
         add_column(1 % chains, v::template one_of_four<1>(t));
         add_column(2 % chains, v::template one_of_four<2>(t));
         add_column(3 % chains, v::template one_of_four<3>(t));
-        x += round_columns * incx;
+        x += 4 * incx;
+    };
+    int64_t n = panel.n;
+#pragma GCC unroll 1
+    for (; n >= round_columns; n -= round_columns) {
+#pragma GCC unroll 4
+        for (int c = 0; c < round_columns; c += 4)
+            add_four();
+    }
+    if constexpr (round_columns > 4) {
+#pragma GCC unroll 1
+        for (; n >= 4; n -= 4)
+            add_four();
     }
 #pragma GCC unroll 1
     for (; n > 0; --n, x += incx)
@@ -157,64 +178,95 @@ inline void add_product_by_rows(int64_t m, int64_t n, float alpha, const float *
     }
 }
 
+// Columns side by side, in groups of four: one pointer for each would not leave registers for the factors.
+template <class v, int columns> struct column_block {
+    static constexpr int groups = (columns + 3) / 4;
+    const float *group[groups];
+    int64_t lda;
+    typename v::reg factor[columns];
+
+    inline column_block(const float *a, int64_t step, const float *t) : lda(step)
+    {
+        __asm__("" : "+r"(a), "+r"(lda));
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            group[g] = a + 4 * g * lda;
+#pragma GCC unroll 16
+        for (int c = 0; c < columns; ++c)
+            factor[c] = v::set1(t[c]);
+    }
+    inline const float *at(int c, int64_t i) const
+    {
+        return group[c / 4] + c % 4 * lda + i;
+    }
+};
+
 // One register of y and a mask of its rows.
 template <class v, int columns>
-inline void add_columns_masked(const float *const *column, const typename v::reg *factor, int64_t i,
-                               typename v::mask rows, float *y)
+inline void add_columns_masked(const column_block<v, columns> &block, int64_t i, typename v::mask rows, float *y)
 {
     typename v::reg sum = v::load(y + i, rows);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
     for (int c = 0; c < columns; ++c)
-        sum = v::mul_add(v::load(column[c] + i, rows), factor[c], sum, rows);
+        sum = v::mul_add(v::load(block.at(c, i), rows), block.factor[c], sum, rows);
     v::store(y + i, sum, rows);
 }
 
-// head: rows of the first, masked piece, below a register's width, and at most m.
-template <class v, int columns>
+// Whole registers of y from row i on, so many at a time as there is room for.
+template <class v, int columns, int registers>
+[[gnu::always_inline]] inline void add_registers(const column_block<v, columns> &block, int64_t i, float *y)
+{
+    constexpr int most = v::width == 16 ? 8 : 4, pieces = registers < most ? registers : most;
+#pragma GCC unroll 16
+    for (int r = 0; r < registers; r += pieces) {
+        const int64_t at = i + r * v::width;
+        typename v::reg sum[pieces];
+#pragma GCC unroll 8
+        for (int p = 0; p < pieces; ++p)
+            sum[p] = v::load(y + at + p * v::width);
+#pragma GCC unroll 16
+        for (int c = 0; c < columns; ++c) {
+#pragma GCC unroll 8
+            for (int p = 0; p < pieces; ++p)
+                sum[p] = v::mul_add(v::load(block.at(c, at + p * v::width)), block.factor[c], sum[p]);
+        }
+#pragma GCC unroll 8
+        for (int p = 0; p < pieces; ++p)
+            v::store(y + at + p * v::width, sum[p]);
+    }
+}
+
+// Fewer than 2 * registers of them, by the bits of their count: i moves behind them.
+template <class v, int columns, int registers>
+[[gnu::always_inline]] inline void add_rest(const column_block<v, columns> &block, int64_t &i, int64_t m, float *y)
+{
+    if (i + registers * v::width <= m) {
+        add_registers<v, columns, registers>(block, i, y);
+        i += registers * v::width;
+    }
+    if constexpr (registers > 1)
+        add_rest<v, columns, registers / 2>(block, i, m, y);
+}
+
+// head: rows of the first, masked piece, below a register's width, and at most m. registers: of y, in a round.
+template <class v, int columns, int registers>
 inline void add_columns(int64_t m, int64_t head, const float *a, int64_t lda, const float *t, float *y)
 {
-    constexpr int pieces = 2; // registers of y in a round
-    constexpr int64_t step = pieces * v::width;
-    const float *column[columns];
-    typename v::reg factor[columns];
-#pragma GCC unroll 8
-    for (int c = 0; c < columns; ++c) {
-        column[c] = a + c * lda;
-        factor[c] = v::set1(t[c]);
-    }
+    const column_block<v, columns> block(a, lda, t);
     if (head > 0)
-        add_columns_masked<v, columns>(column, factor, 0, v::first(head), y);
+        add_columns_masked(block, 0, v::first(head), y);
     int64_t i = head;
 #pragma GCC unroll 1
-    for (; i + step <= m; i += step) {
-        typename v::reg sum[pieces];
-#pragma GCC unroll 4
-        for (int p = 0; p < pieces; ++p)
-            sum[p] = v::load(y + i + p * v::width);
-#pragma GCC unroll 8
-        for (int c = 0; c < columns; ++c) {
-#pragma GCC unroll 4
-            for (int p = 0; p < pieces; ++p)
-                sum[p] = v::mul_add(v::load(column[c] + i + p * v::width), factor[c], sum[p]);
-        }
-#pragma GCC unroll 4
-        for (int p = 0; p < pieces; ++p)
-            v::store(y + i + p * v::width, sum[p]);
-    }
-#pragma GCC unroll 1
-    for (; i + v::width <= m; i += v::width) {
-        typename v::reg sum = v::load(y + i);
-#pragma GCC unroll 8
-        for (int c = 0; c < columns; ++c)
-            sum = v::mul_add(v::load(column[c] + i), factor[c], sum);
-        v::store(y + i, sum);
-    }
+    for (; i + registers * v::width <= m; i += registers * v::width)
+        add_registers<v, columns, registers>(block, i, y);
+    if constexpr (registers > 1)
+        add_rest<v, columns, registers / 2>(block, i, m, y);
     if (i < m)
-        add_columns_masked<v, columns>(column, factor, i, v::first(m - i), y);
+        add_columns_masked(block, i, v::first(m - i), y);
 }
 
 // The next columns of the product, if so many are left: j moves behind them.
-template <class v, int columns>
+template <class v, int columns, int registers>
 inline bool add_next_columns(int64_t &j, int64_t m, int64_t n, int64_t head, float alpha, const float *a, int64_t lda,
                              const float *x, int64_t incx, float *y)
 {
@@ -223,9 +275,35 @@ inline bool add_next_columns(int64_t &j, int64_t m, int64_t n, int64_t head, flo
     float t[columns];
     for (int64_t c = 0; c < columns; ++c)
         t[c] = alpha * load_one(x + (j + c) * incx);
-    add_columns<v, columns>(m, head, a + j * lda, lda, t, y);
+    add_columns<v, columns, registers>(m, head, a + j * lda, lda, t, y);
     j += columns;
     return true;
+}
+
+// Rows from which on 8 columns of whole registers make a loop long enough.
+template <class v> constexpr int64_t rows_of_long_loop = 24 * v::width;
+
+// y += alpha * A * x in passes over y.
+template <class v>
+[[gnu::noinline]] void add_product_by_columns(int64_t m, int64_t n, float alpha, const float *a, int64_t lda,
+                                              const float *x, int64_t incx, float *y)
+{
+    const int64_t head = rows_to_register_boundary<v>(m, is_level<v>(lda) ? a : y);
+    int64_t j = 0;
+    if (m * n > first_cache) {
+        constexpr int registers = v::width == 16 ? 16 : 32;
+        if constexpr (v::width == 16) {
+            while (m < rows_of_long_loop<v> && add_next_columns<v, 16, 16>(j, m, n, head, alpha, a, lda, x, incx, y)) {
+            }
+        }
+        while (add_next_columns<v, 8, registers>(j, m, n, head, alpha, a, lda, x, incx, y)) {
+        }
+    }
+    while (add_next_columns<v, 8, 2>(j, m, n, head, alpha, a, lda, x, incx, y)) {
+    }
+    add_next_columns<v, 4, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
+    add_next_columns<v, 2, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
+    add_next_columns<v, 1, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
 }
 
 // y += alpha * A * x for a contiguous y.
@@ -233,19 +311,11 @@ template <class v>
 inline void add_product(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x, int64_t incx,
                         float *y)
 {
-    constexpr int64_t panel = most_pieces * v::width; // rows
-    constexpr int64_t small = 40 * 1024;              // [bytes] of A, read in short runs at no cost: the first cache
-    constexpr int64_t fewest = 16;                    // columns that repay the loads and stores of a panel's registers
-    if (m <= panel || (n > fewest && m * n <= small / static_cast<int64_t>(sizeof(float)))) {
+    constexpr int64_t most_rows = 192; // in one panel or two, which are ahead of long runs so far
+    constexpr int64_t fewest = 16;     // columns that repay the loads and stores of a panel's registers
+    if (m <= most_rows || (n > fewest && m * n <= first_cache)) // A is read in short runs at no cost there
         add_product_by_rows<v>(m, n, alpha, a, lda, x, incx, y);
-        return;
-    }
-    const int64_t head = rows_to_register_boundary<v>(m, is_level<v>(lda) ? a : y);
-    int64_t j = 0;
-    while (add_next_columns<v, 8>(j, m, n, head, alpha, a, lda, x, incx, y)) {
-    }
-    add_next_columns<v, 4>(j, m, n, head, alpha, a, lda, x, incx, y);
-    add_next_columns<v, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
-    add_next_columns<v, 1>(j, m, n, head, alpha, a, lda, x, incx, y);
+    else
+        add_product_by_columns<v>(m, n, alpha, a, lda, x, incx, y);
 }
 } // namespace

@@ -8,6 +8,7 @@
 namespace
 {
 struct contiguous_16 {
+    static constexpr bool dense = true; // no gathers
     static constexpr int64_t inc = 1;
     explicit inline contiguous_16(int64_t) {}
     inline __m512 load(const float *p) const { return vec_avx512::load(p); }
@@ -61,6 +62,7 @@ struct masked_avx512 : vec_avx512 {
 constexpr int64_t longest_stride_32 = 0x8888888; // [elements]
 
 struct stride_32 {
+    static constexpr bool dense = false;
     int64_t inc;
     __m512i index;
     explicit inline stride_32(int64_t increment) : inc(increment)
@@ -78,6 +80,7 @@ struct stride_32 {
 };
 
 struct stride_64 {
+    static constexpr bool dense = false;
     int64_t inc;
     __m512i low, high; // of lanes 0 to 7 and 8 to 15
     explicit inline stride_64(int64_t increment) : inc(increment)
