@@ -76,8 +76,11 @@ template <class p, class w, int r, int panels, bool read_c>
 #pragma GCC unroll 1
     for (; n >= p::panel_n; n -= p::panel_n, b += p::panel_n * depth, c += p::panel_n * ldc)
         narrow_tile<p, w, r, 1, read_c>(depth, a, b, c, ldc);
-    if (n > 0)
+    if (n > 0) {
+        if constexpr (w::width > 4)
+            _mm256_zeroupper(); // GCC 12 leaves it out before a jump to a function that it knows to spare some registers
         row_panel<p, lanes<r>, 1, read_c>(n, depth, a, b, c, ldc);
+    }
 }
 
 template <class p, class w, int r, int panels, bool read_c> inline void narrow_rows(packed_pair &pair)

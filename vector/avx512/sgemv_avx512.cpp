@@ -364,8 +364,10 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
         n -= done;
         a += done * lda;
         y += done * incy;
-        if (n == 0)
+        if (n == 0) {
+            _mm256_zeroupper(); // which GCC 12 leaves out behind a call that takes a register of 16 elements
             return;
+        }
     }
     const bool columns_share_alignment = lda % 16 == 0 && word_aligned(a);
     const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(a) % 64 / sizeof(float));
