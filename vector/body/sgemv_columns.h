@@ -83,7 +83,7 @@ template <class v, int pieces, masked ends> [[gnu::noinline]] void add_rows(cons
     for (int chain = 1; chain < chains; ++chain) {
 #pragma GCC unroll 12
         for (int p = 0; p < pieces; ++p)
-            sum[chain][p] = v::zero();
+            sum[chain][p] = v::set1(-0.0f); // which changes no sum, where 0 would take the sign off -0
     }
     const auto add_column = [&](int chain, typename v::reg t) __attribute__((always_inline))
     {
