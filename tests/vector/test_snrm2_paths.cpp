@@ -175,3 +175,63 @@ TEST(snrm2, more_than_two_to_the_31_elements)
         EXPECT_EQ(m.snrm2(&two, x, &stride), 5.0f) << m.path;
     }
 }
+
+// Squares whose sum lies near the middle between two results, so that the last bits of the sum decide: the middle itself,
+// 1 + 2^-23 + 2^-48, in four of the elements of one chain, and a few squares around the last place of that sum.
+TEST(snrm2, sixteen_chains_are_added_pairwise_with_neighbours_first)
+{
+    constexpr int chains = 16;
+    const float middle[] = {1.0f, 0x1p-12f, 0x1p-12f, 0x1p-24f}, few[] = {0x1p-27f, 0x1p-26f, 0x3p-27f, 0x1.8p-26f};
+    tesh_test::random random;
+    int at_middle = 0, beyond = 0;
+    for (const member_set &m : members()) {
+        if (m.fused)
+            continue; // the wide paths have other chains
+        for (int repeat = 0; repeat < 3000; ++repeat) {
+            const std::int64_t n = 128;
+            operand x(random, n, 1, guard::at_end);
+            double chain[chains] = {};
+            const std::int64_t own = random.below(chains);
+            for (std::int64_t i = 0; i < n; ++i) {
+                const bool in_own = i % chains == own && i / chains < 4;
+                const float value = in_own ? middle[i / chains] : random.below(32) == 0 ? few[random.below(4)] : 0.0f;
+                x.set(i, value);
+                chain[i % chains] += static_cast<double>(value) * static_cast<double>(value);
+            }
+            for (int step = 2; step < chains; step *= 2)
+                for (int c = 0; c + step < chains; c += 2 * step) {
+                    chain[c] += chain[c + step];
+                    chain[c + 1] += chain[c + step + 1];
+                }
+            const float expected = static_cast<float>(std::sqrt(chain[0] + chain[1]));
+            ++(expected == 1.0f ? at_middle : beyond);
+            ASSERT_EQ(norm(m, n, x), expected) << m.path << " repeat " << repeat;
+        }
+        EXPECT_GT(at_middle, 30);
+        EXPECT_GT(beyond, 30);
+    }
+}
+
+TEST(snrm2, wide_paths_sum_a_strided_vector_in_one_chain)
+{
+    tesh_test::random random;
+    for (const member_set &m : members()) {
+        if (!m.fused)
+            continue;
+        for (int repeat = 0; repeat < 3000; ++repeat) {
+            const std::int64_t n = 4 + random.below(60);
+            operand x(random, n, 3, guard::at_end);
+            const std::int64_t own = random.below(n - 3);
+            double sum = 0.0;
+            for (std::int64_t i = 0; i < n; ++i) { // each square below half the last place of the sum is lost behind 1
+                const float value = i == own                  ? 1.0f
+                                    : i > own && i <= own + 2 ? 0x1p-12f
+                                    : i == own + 3            ? 0x1p-24f
+                                                              : 0x1p-27f;
+                x.set(i, value);
+                sum = std::fma(static_cast<double>(value), static_cast<double>(value), sum);
+            }
+            ASSERT_EQ(norm(m, n, x), static_cast<float>(std::sqrt(sum))) << m.path << " n " << n << " own " << own;
+        }
+    }
+}
