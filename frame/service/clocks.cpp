@@ -36,20 +36,20 @@ bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
-// A decimal number with a point in every locale, which strtod does not read. Blanks in front are skipped; 0 if none.
+// A decimal number with a point in every locale, which strtod does not read; the nearest double up to 15 digits. Blanks
+// in front are skipped; 0 if none.
 double read_decimal(const char *s)
 {
     while (*s == ' ' || *s == '\t')
         ++s;
-    double value = 0.0;
+    double digits = 0.0, unit = 1.0;
     for (; is_digit(*s); ++s)
-        value = 10.0 * value + (*s - '0');
-    if (*s != '.')
-        return value;
-    double place = 0.1;
-    for (++s; is_digit(*s); ++s, place *= 0.1)
-        value += place * (*s - '0');
-    return value;
+        digits = 10.0 * digits + (*s - '0');
+    if (*s == '.') {
+        for (++s; is_digit(*s); ++s, unit *= 10.0)
+            digits = 10.0 * digits + (*s - '0');
+    }
+    return digits / unit;
 }
 
 // [GHz], 0 or below if the brand string names none.

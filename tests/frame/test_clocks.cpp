@@ -6,6 +6,7 @@
 #include <chrono>
 #include <clocale>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -13,6 +14,7 @@
 #include "frame/service/clocks.h"
 #include "frame/tesh_serv.h"
 #include "tests/support/child.h"
+#include "tests/support/detour.h"
 #include "tests/support/vcpu/in_process.h"
 #include "tests/support/vcpu/profiles.h"
 
@@ -147,6 +149,20 @@ TEST(max_frequency, without_a_brand_string_is_not_taken_from_it)
         const double frequency = tesh_serv_get_max_cpu_frequency();
         EXPECT_GT(frequency, 0.1);
         EXPECT_GT(std::fabs(frequency - 7.7), 1e-9);
+    });
+}
+
+FILE *open_machine_text(const char *, const char *)
+{
+    static char text[] = "processor\t: 0\ncpu MHz\t\t: 2009.111\ncpu MHz\t\t: 1.0\n";
+    return fmemopen(text, sizeof text - 1, "r");
+}
+
+TEST(max_frequency, without_a_brand_string_is_the_first_number_of_the_machine_text_to_the_last_bit)
+{
+    tesh_test::on_processor(named("    @ 7.70GHz   ", 0x80000003), {}, [] {
+        tesh_test::detour(&fopen, &open_machine_text);
+        EXPECT_EQ(tesh_serv_get_max_cpu_frequency(), 2009.111 * 0.001);
     });
 }
 

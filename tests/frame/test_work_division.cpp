@@ -80,6 +80,15 @@ TEST(plain_division, past_the_team_is_empty)
     EXPECT_EQ(plain(100, 4, 10).count, 0);
 }
 
+TEST(plain_division, past_the_team_starts_where_the_formula_goes_on)
+{
+    EXPECT_EQ(plain(4, 4, 10).start, 10);
+    EXPECT_EQ(plain(6, 4, 10).start, 2 * 6 + 2); // q = 2, r = 2
+    EXPECT_EQ(blocked(4, 4, 10, 4).start, 8);    // no whole rounds, two blocks
+    EXPECT_EQ(blocked(6, 4, 70, 4).start, (4 * 6 + 1) * 4);
+    EXPECT_EQ(plain(INT64_MAX, 2, INT64_MAX).count, 0) << "no product traps";
+}
+
 TEST(blocked_division, tiles_the_range_in_whole_blocks_with_the_tail_on_the_last_thread)
 {
     for (int64_t nthreads = 1; nthreads <= 9; ++nthreads) {
