@@ -111,7 +111,7 @@ template <int columns, int longest>
     return true;
 }
 
-// tesh_blas_avx2_xsgemv_t for at least 128 rows and an A beyond the first cache: four rounds of columns in a loop of many
+// tesh_blas_avx2_xsgemv_t for at least 128 rows and an A in the second-level cache: four rounds of columns in a loop of many
 // loads (sgemv_columns.h). The same arguments, so that it is jumped to.
 [[gnu::noinline]] void add_long_dots(const int64_t *m, const int64_t *n, const float *alpha, const float *a,
                                      const int64_t *lda, const float *x, const int64_t *incy, float *y)
@@ -200,7 +200,7 @@ extern "C" void tesh_blas_avx2_xsgemv_t(const int64_t *m, const int64_t *n, cons
                                         const int64_t *lda, const float *x, const int64_t *incy, float *y)
 {
     const int64_t rows = *m, columns = *n, a_step = *lda, y_step = *incy;
-    if (rows >= 128 && rows * columns > first_cache) {
+    if (rows >= 128 && reads_second_cache(rows, columns)) {
         add_long_dots(m, n, alpha, a, lda, x, incy, y);
         return;
     }

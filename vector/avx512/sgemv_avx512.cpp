@@ -385,7 +385,7 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
     if constexpr (access_type::dense) {
         int64_t done = 0;
         if (call.m >= rows_of_long_loop<masked_avx512>)
-            done = call.m * n > first_cache ? add_long_rounds<8, 32>(call, rows) : 0;
+            done = reads_second_cache(call.m, n) ? add_long_rounds<8, 32>(call, rows) : 0;
         else if (call.m >= 32 && n >= 16)
             done = add_long_rounds<16, 8>(call, rows);
         n -= done;

@@ -17,7 +17,12 @@
 
 namespace
 {
-constexpr int64_t first_cache = 40 * 1024 / 4; // elements of A that the first cache holds, and x and y with them
+constexpr int64_t first_cache = 40 * 1024 / 4;        // elements of A that the first cache holds, and x and y with them
+constexpr int64_t second_cache = 2 * 1024 * 1024 / 4; // and of which the second one holds a good part
+inline bool reads_second_cache(int64_t m, int64_t n)
+{
+    return m * n > first_cache && m * n <= second_cache;
+}
 
 // Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are asked
 // for 128 columns ahead, about the latency of memory, where there are so many.
@@ -290,7 +295,7 @@ template <class v>
 {
     const int64_t head = rows_to_register_boundary<v>(m, is_level<v>(lda) ? a : y);
     int64_t j = 0;
-    if (m * n > first_cache) {
+    if (reads_second_cache(m, n)) {
         constexpr int registers = v::width == 16 ? 16 : 32;
         if constexpr (v::width == 16) {
             while (m < rows_of_long_loop<v> && add_next_columns<v, 16, 16>(j, m, n, head, alpha, a, lda, x, incx, y)) {
@@ -311,9 +316,10 @@ template <class v>
 inline void add_product(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x, int64_t incx,
                         float *y)
 {
-    constexpr int64_t most_rows = 192; // in one panel or two, which are ahead of long runs so far
+    constexpr int64_t panel = most_pieces * v::width; // rows
+    constexpr int64_t most_rows = 192; // of two panels in the second-level cache, which are ahead of long runs so far
     constexpr int64_t fewest = 16;     // columns that repay the loads and stores of a panel's registers
-    if (m <= most_rows || (n > fewest && m * n <= first_cache)) // A is read in short runs at no cost there
+    if (m <= panel || (m <= most_rows && reads_second_cache(m, n)) || (n > fewest && m * n <= first_cache))
         add_product_by_rows<v>(m, n, alpha, a, lda, x, incx, y);
     else
         add_product_by_columns<v>(m, n, alpha, a, lda, x, incx, y);
