@@ -107,7 +107,7 @@ TEST_F(simatcopy, large_squares)
         sizes.insert(sizes.end(), {1600, 2047, 2048, 2049, 2560});
     for (const members *m : trans_test::members_to_run())
         for (uint64_t n : sizes)
-            for (uint64_t lead : {n, n + 1, (n + 31) / 16 * 16}) {
+            for (uint64_t lead : {n, n + 1, (n + 31) / 16 * 16, uint64_t(3072)}) {
                 check(*m, {'C', 'T', n, n, 1.0f, lead, lead}, true);
                 if (HasFatalFailure())
                     return;
@@ -160,7 +160,7 @@ TEST_F(simatcopy, tiles_direct_entry)
 TEST_F(simatcopy, tile_kernels)
 {
     for (const members *m : trans_test::members_to_run())
-        for (uint64_t lead : {m->tile, m->tile + 1, uint64_t(64)}) {
+        for (uint64_t lead : {m->tile, m->tile + 1, uint64_t(64), uint64_t(1024)}) {
             const uint64_t n = m->tile;
             const copy_case c{'C', 'T', n, n, 1.0f, lead, lead};
             const size_t size = c.source_size();

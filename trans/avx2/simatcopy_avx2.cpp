@@ -77,7 +77,7 @@ void tesh_trans_avx2_avx_strans_block_16x16(float *a, uint64_t lda)
 
 void tesh_trans_avx2_avx_sswap_blocks_16x16(float *p, float *q, uint64_t lda)
 {
-    sswap_16<sswap_8x8>(p, q, lda);
+    sswap_16_as_lda_asks<sswap_8x8>(p, q, lda);
 }
 
 void tesh_trans_avx2_tesh_simatcopy_square_t_team(uint64_t n, float *a, uint64_t lda, uint64_t worker, uint64_t workers)

@@ -15,8 +15,11 @@ constexpr uint64_t shell_round = 4;                   // [steps] of two pairs ea
 constexpr uint64_t pair_round = 4;                    // [pairs of elements]
 constexpr uint64_t square_large_above_bytes = 262144; // [bytes] of the square, above which pairs go in shells
 
-constexpr uint64_t square_ahead = 4;                                // [tiles] of prefetch
+constexpr uint64_t square_ahead = 2;                                // [tiles] of prefetch
 constexpr uint64_t square_prefetch_least_bytes = uint64_t(6) << 20; // [bytes] of the square; it costs below
+
+// [elements] of which lda is a multiple where the lines of a tile share one set of the first cache, which holds fewer.
+constexpr uint64_t square_settled_multiple = 1024;
 
 // step(0), step(1), .. step(count - 1), in rounds of round and the rest singly.
 template <uint64_t round, class Step> [[gnu::always_inline]] inline void in_rounds(uint64_t count, Step step)
@@ -77,8 +80,8 @@ template <class t> struct square_tiles {
 
     // The anti-diagonal, then shells from the outside in: each walks its upper row strip and its right column strip
     // from the diagonal towards the anti-diagonal, so that a strip's lines stay in cache while the mirrored strip is
-    // walked. ahead: tiles by which prefetches run ahead of the walk.
-    template <uint64_t ahead> void swap_shells(uint64_t tiles) const
+    // walked. ahead: tiles by which prefetches run ahead of the walk, to the cache that hint names; 0 for none.
+    template <uint64_t ahead, _mm_hint hint> void swap_shells(uint64_t tiles) const
     {
         in_rounds<square_round>(tiles / 2, [=](uint64_t k) { swap(k, tiles - 1 - k); });
         for (uint64_t k = 0; k + 1 + k + 1 < tiles; ++k) {
@@ -86,10 +89,10 @@ template <class t> struct square_tiles {
             in_rounds<shell_round>(steps, [=](uint64_t s) {
                 if constexpr (ahead > 0) {
                     if (s + ahead < steps) {
-                        fetch(k, k + 1 + s + ahead);
-                        fetch(k + 1 + s + ahead, k);
-                        fetch(last - 1 - s - ahead, last);
-                        fetch(last, last - 1 - s - ahead);
+                        fetch<hint>(k, k + 1 + s + ahead);
+                        fetch<hint>(k + 1 + s + ahead, k);
+                        fetch<hint>(last - 1 - s - ahead, last);
+                        fetch<hint>(last, last - 1 - s - ahead);
                     }
                 }
                 swap(k, k + 1 + s);
@@ -99,14 +102,13 @@ template <class t> struct square_tiles {
     }
 
 private:
-    // The lines of a tile, to the second cache. Inlined by force: GCC deletes calls of a function that does nothing but
-    // prefetch.
-    [[gnu::always_inline]] void fetch(uint64_t i, uint64_t j) const
+    // The lines of a tile. Inlined by force: GCC deletes calls of a function that does nothing but prefetch.
+    template <_mm_hint hint> [[gnu::always_inline]] void fetch(uint64_t i, uint64_t j) const
     {
         const float *const first = tile(i, j);
 #pragma GCC unroll 16
         for (uint64_t line = 0; line < square_tile; ++line)
-            _mm_prefetch(reinterpret_cast<const char *>(first + line * lda), _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char *>(first + line * lda), hint);
     }
 };
 
@@ -118,10 +120,12 @@ template <class t> void ssqtrans_fit_64_body(float *a, uint64_t n, uint64_t lda)
     in_rounds<square_round>(tiles, [=](uint64_t k) { square.transpose(k); });
     if (n * n * sizeof *a > square_large_above_bytes) {
         trans_took(trans_route_fit_64_large);
-        if (n * n * sizeof *a >= square_prefetch_least_bytes)
-            square.template swap_shells<square_ahead>(tiles);
+        if (n * n * sizeof *a < square_prefetch_least_bytes)
+            square.template swap_shells<0, _MM_HINT_T0>(tiles);
+        else if (lda % square_settled_multiple == 0) // the first cache would not keep them
+            square.template swap_shells<square_ahead, _MM_HINT_T1>(tiles);
         else
-            square.template swap_shells<0>(tiles);
+            square.template swap_shells<square_ahead, _MM_HINT_T0>(tiles);
     } else {
         square.swap_rows(tiles);
     }
