@@ -19,11 +19,7 @@ inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *
 {
     const uint64_t whole = cols / kernel_columns * kernel_columns;
     m::template move<how, lines, ahead>(whole, a, lda, b, ldb);
-    for (uint64_t j = whole; j < cols; ++j) {
-#pragma GCC unroll 16
-        for (uint64_t i = 0; i < lines; ++i)
-            move_element<false>(a + i * lda + j, b + j * ldb + i, 1.0f);
-    }
+    move_scalars<lines>(cols - whole, a + whole, lda, b + whole * ldb, ldb);
 }
 
 // Any number of lines: strips of columns, in each of them lines by 16, 8, 4 and singly. Where the runs of b begin in

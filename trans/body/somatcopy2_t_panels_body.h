@@ -24,33 +24,44 @@ constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
     return x < y ? x : y;
 }
 
-// 4 lines per round, 4 columns of them in registers at a time, then single ones; what is left line by line.
+// 4 lines per round, 8 and 4 columns of them in registers at a time, then single ones; what is left of the lines goes
+// together, column after column.
 // Not inlined: beside the block kernel its pointers would be spilled.
 [[gnu::noinline]] void direct_square(uint64_t lines, uint64_t columns, const float *a, uint64_t lda, float *b,
                                      uint64_t ldb)
 {
     uint64_t i = 0;
     for (; i + direct_round <= lines; i += direct_round) {
-        const float *const a0 = a + i * lda, *const a1 = a0 + lda, *const a2 = a1 + lda, *const a3 = a2 + lda;
+        const float *from = a + i * lda;
         float *to = b + i;
         uint64_t j = 0;
-        for (; j + 4 <= columns; j += 4, to += 4 * ldb)
-            move_4x4(a0 + j, lda, to, ldb);
-        for (; j < columns; ++j, to += ldb) {
-            move_element<false>(a0 + j, to, 1.0f);
-            move_element<false>(a1 + j, to + 1, 1.0f);
-            move_element<false>(a2 + j, to + 2, 1.0f);
-            move_element<false>(a3 + j, to + 3, 1.0f);
+        for (; j + 8 <= columns; j += 8, from += 8, to += 8 * ldb)
+            moves_8::move_4x8(from, lda, to, ldb);
+        if (j + 4 <= columns) {
+            move_4x4(from, lda, to, ldb);
+            j += 4;
+            from += 4;
+            to += 4 * ldb;
         }
+        move_scalars<direct_round>(columns - j, from, lda, to, ldb);
     }
-    for (; i < lines; ++i)
-        for (uint64_t j = 0; j < columns; ++j)
-            move_element<false>(a + i * lda + j, b + j * ldb + i, 1.0f);
+    const float *const from = a + i * lda;
+    float *const to = b + i;
+    if (lines - i == 3)
+        move_scalars<3>(columns, from, lda, to, ldb);
+    else if (lines - i == 2)
+        move_scalars<2>(columns, from, lda, to, ldb);
+    else if (lines - i == 1)
+        move_scalars<1>(columns, from, lda, to, ldb);
 }
 
 inline void direct_loop(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     trans_took(trans_route_direct);
+    if (n_outer <= direct_round) {
+        direct_square(n_outer, n_inner, a, lda, b, ldb);
+        return;
+    }
     for (uint64_t i = 0; i < n_outer; i += direct_tile)
         for (uint64_t j = 0; j < n_inner; j += direct_tile)
             direct_square(smaller_of(n_outer - i, direct_tile), smaller_of(n_inner - j, direct_tile), a + i * lda + j,
@@ -76,7 +87,7 @@ template <bool stream> inline void copy_run(uint64_t n, const float *x, float *y
         move_element<false>(x + i, y + i, 1.0f);
 }
 
-template <int width, bool stream, bool wait>
+template <int width, bool stream, int wait>
 inline void transpose_stored(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     transpose_ungrouped<moves_8, run_store<width, stream, wait>, run_store<width, false, wait>,
@@ -90,18 +101,31 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
 {
     const uint64_t line = ldb * sizeof *b;
     if (group != 1) {
-        transpose_grouped<moves_8, run_store<8, false, false>, (stream ? stream_ahead : 0), copy_run<stream>>(
+        transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? stream_ahead : 0), copy_run<stream>>(
             rows, cols, a, lda, b, ldb, group);
     } else if (path::store_width(b, ldb, lanes) == 4) {
         if (!stream && line % (2 * aliased_bytes) == 0) // four stores a cache line keep fewer lines in the queue
-            transpose_stored<4, false, true>(rows, cols, a, lda, b, ldb);
+            transpose_stored<4, false, 1>(rows, cols, a, lda, b, ldb);
         else
-            transpose_stored<4, stream, false>(rows, cols, a, lda, b, ldb);
-    } else if (line % aliased_bytes == 0 && !stream) {
-        transpose_stored<8, false, true>(rows, cols, a, lda, b, ldb);
+            transpose_stored<4, stream, 0>(rows, cols, a, lda, b, ldb);
+    } else if (!stream && line % (2 * aliased_bytes) == 0) {
+        transpose_stored<8, false, 1>(rows, cols, a, lda, b, ldb);
+    } else if (!stream && line % aliased_bytes == 0) { // twice the sets
+        transpose_stored<8, false, 2>(rows, cols, a, lda, b, ldb);
     } else {
-        transpose_stored<8, stream, false>(rows, cols, a, lda, b, ldb);
+        transpose_stored<8, stream, 0>(rows, cols, a, lda, b, ldb);
     }
+}
+
+// The blocks of 16 lines of a panel that has nothing but remainders of columns. Returns the lines that they cover.
+[[gnu::noinline]] uint64_t transpose_narrow(uint64_t n_outer, uint64_t cols, const float *a, uint64_t lda, float *b,
+                                            uint64_t ldb)
+{
+    trans_took(trans_route_kernel);
+    uint64_t i = 0;
+    for (; i + 16 <= n_outer; i += 16)
+        move_scalars<16>(cols, a + i * lda, lda, b + i, ldb);
+    return i;
 }
 
 template <class path, bool stream>
@@ -109,11 +133,17 @@ void transpose_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uint64
 {
     const trans_blocking by = aligned_blocking(lda, ldb);
     const uint64_t panel = lda <= panel_narrow_most ? panel_columns_narrow : panel_columns_wide;
-    for (uint64_t j = 0; j < n_inner; j += panel)
-        for (uint64_t i = 0; i < n_outer; i += by.block)
+    for (uint64_t j = 0; j < n_inner; j += panel) {
+        const uint64_t cols = smaller_of(n_inner - j, panel);
+        const float *const from = a + j;
+        float *const to = b + j * ldb;
+        uint64_t i = 0;
+        if (cols < kernel_columns && by.block == 16 && by.group == 1)
+            i = transpose_narrow(n_outer, cols, from, lda, to, ldb);
+        for (; i < n_outer; i += by.block)
             xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream>(
-                smaller_of(n_outer - i, by.block), smaller_of(n_inner - j, panel), a + i * lda + j, lda,
-                b + j * ldb + i, ldb, by.group, kernel_lanes);
+                smaller_of(n_outer - i, by.block), cols, from + i * lda, lda, to + i, ldb, by.group, kernel_lanes);
+    }
 }
 
 // Whether B is whole cache lines that no cache would keep.

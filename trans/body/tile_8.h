@@ -7,11 +7,12 @@
 namespace
 {
 // How runs of b are stored. width [elements] of a store: 8 or 4. stream: past the caches; runs are whole cache lines.
-// wait: a step begins when the stores of the last one have reached the first cache (trans/body/settled.h).
-template <int store_width, bool past_caches, bool for_stores> struct run_store {
+// wait: a step begins when the stores of the step that many before have reached the first cache
+// (trans/body/settled.h); 0: at once.
+template <int store_width, bool past_caches, int steps_back> struct run_store {
     static constexpr int width = store_width;
     static constexpr bool stream = past_caches;
-    static constexpr bool wait = for_stores;
+    static constexpr int wait = steps_back;
 };
 
 // Stores 8 lines of a column: 4 are a half of low, 4 the same half of high; upper says which half.
@@ -57,6 +58,7 @@ struct moves_8 {
     {
         const float *a0 = a, *a4 = a + 4 * lda, *a8 = a + 8 * lda, *a12 = a + 12 * lda;
         float *b0 = b, *b4 = b + 4 * ldb;
+        uint64_t zero_before = 0;
         for (uint64_t j = 0; j < cols; j += 8) {
             __m256 t[lines];
             if constexpr (ahead > 0) {
@@ -79,8 +81,11 @@ struct moves_8 {
                     put_halves<how>(run + 8, t[8 + c % 4], t[12 + c % 4], c >= 4);
             }
             uint64_t step = 8 * ldb;
-            if constexpr (how::wait && (lines == 16 || how::width == 4)) // two stores of the last run meet there
-                step += settled_zero(b4 + 3 * ldb + lines / 2 - 1);
+            if constexpr (how::wait > 0 && (lines == 16 || how::width == 4)) { // two stores of the last run meet there
+                const uint64_t zero = settled_zero(b4 + 3 * ldb + lines / 2 - 1);
+                step += how::wait == 1 ? zero : zero_before;
+                zero_before = zero;
+            }
             a0 += 8;
             a4 += 8;
             a8 += 8;

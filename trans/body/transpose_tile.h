@@ -35,4 +35,26 @@ inline void move_elements(uint64_t lines, uint64_t columns, const float *a, uint
         for (uint64_t i = 0; i < lines; ++i)
             move_element<false>(a + i * lda + j, b + j * ldb + i, 1.0f);
 }
+
+// lines lines, at most 16, column after column, scalar: two elements meet in a general register and are stored at
+// once. A column's stores follow each other, for then they go to the cache together.
+template <uint64_t lines>
+[[gnu::always_inline]] inline void move_scalars(uint64_t columns, const float *a, uint64_t lda, float *b, uint64_t ldb)
+{
+    const float *a4 = lines > 4 ? a + 4 * lda : a, *a8 = lines > 8 ? a + 8 * lda : a;
+    const float *a12 = lines > 12 ? a + 12 * lda : a;
+    for (; columns > 0; --columns, ++a, ++a4, ++a8, ++a12, b += ldb) {
+#pragma GCC unroll 8
+        for (uint64_t i = 0; i + 2 <= lines; i += 2) {
+            const float *const from = (i < 4 ? a : i < 8 ? a4 : i < 12 ? a8 : a12) + i % 4 * lda;
+            uint32_t low, high;
+            __builtin_memcpy(&low, from, sizeof low);
+            __builtin_memcpy(&high, from + lda, sizeof high);
+            const uint64_t pair = uint64_t(high) << 32 | low;
+            __builtin_memcpy(b + i, &pair, sizeof pair);
+        }
+        if constexpr (lines % 2 == 1)
+            move_element<false>(a + (lines - 1) * lda, b + lines - 1, 1.0f);
+    }
+}
 } // namespace
