@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // x := c*x + s*y, y := c*y - s*x on the avx512 path.
+#include "vector/body/srot_array.h"
 #include "vector/vector_paths.h"
 
 extern "C" void tesh_blas_avx512_xsrot(const int64_t *n, float *x, const int64_t *incx, float *y, const int64_t *incy,
@@ -7,6 +8,6 @@ extern "C" void tesh_blas_avx512_xsrot(const int64_t *n, float *x, const int64_t
 {
     if (*n <= 0)
         return;
-    const float param[5] = {-1.0f, *c, -*s, *s, *c}; // all four entries of the matrix, by columns
-    tesh_blas_avx512_xsrotm(n, x, incx, y, incy, param);
+    const rotation_array param(c, s);
+    tesh_blas_avx512_xsrotm(n, x, incx, y, incy, param.entry);
 }
