@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // b[i*ldb + j*strideb] := alpha*a[i*lda + j*stridea], line by line, elements from low to high: rounds of 8 elements,
-// then the rest singly.
+// then the rest singly. alpha = 1 moves the elements as they are.
 #pragma once
-#include <stdint.h>
-
+#include "trans/body/transpose_tile.h"
 #include "trans/routes.h"
 
 namespace
@@ -17,16 +16,17 @@ constexpr bool is_block_copy(uint64_t n_inner, uint64_t lda, uint64_t stridea, u
     return stridea == 1 && strideb == 1 && lda == n_inner && ldb == lda && alpha == 1.0f;
 }
 
+template <bool scaled>
 inline void scale_line(uint64_t n, const float *x, uint64_t stridex, float *y, uint64_t stridey, float alpha)
 {
     uint64_t j = 0;
     for (; j + scale_round <= n; j += scale_round) {
 #pragma GCC unroll 8
         for (uint64_t u = 0; u < scale_round; ++u)
-            y[(j + u) * stridey] = alpha * x[(j + u) * stridex];
+            move_element<scaled>(x + (j + u) * stridex, y + (j + u) * stridey, alpha);
     }
     for (; j < n; ++j)
-        y[j * stridey] = alpha * x[j * stridex];
+        move_element<scaled>(x + j * stridex, y + j * stridey, alpha);
 }
 
 template <auto unrollcopy>
@@ -38,7 +38,11 @@ void somatcopy2_n_body(uint64_t n_outer, uint64_t n_inner, const float *a, uint6
         unrollcopy(b, n_outer * lda * sizeof *b, a, n_outer * lda * sizeof *b);
         return;
     }
-    for (uint64_t i = 0; i < n_outer; ++i)
-        scale_line(n_inner, a + i * lda, stridea, b + i * ldb, strideb, alpha);
+    if (alpha == 1.0f)
+        for (uint64_t i = 0; i < n_outer; ++i)
+            scale_line<false>(n_inner, a + i * lda, stridea, b + i * ldb, strideb, alpha);
+    else
+        for (uint64_t i = 0; i < n_outer; ++i)
+            scale_line<true>(n_inner, a + i * lda, stridea, b + i * ldb, strideb, alpha);
 }
 } // namespace
