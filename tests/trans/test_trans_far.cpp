@@ -12,6 +12,7 @@
 
 namespace
 {
+using trans_test::arena;
 using trans_test::copy_case;
 using trans_test::members;
 
@@ -99,22 +100,59 @@ TEST(far_offsets, lines_in_place_move_past_2_to_the_31_both_ways)
         }
 }
 
-// A product of leading dimensions past 2^32 leads to quotients by division where 2^64 is near.
+// Lines so long that a reciprocal of their length is not exact any more.
 TEST(far_offsets, cycles_with_very_long_lines)
 {
+    constexpr uint64_t lda = uint64_t(1) << 31, ldb = 4;
+    arena far(lda + 1024);
     for (const members *m : trans_test::members_to_run()) {
-        float a[6] = {1, 2, 3, 4, 5, 6}; // one line: cycles stay below 3 * 2^40
-        m->mipt_t(1, 3, a, uint64_t(1) << 40, 1, 2.0f);
-        EXPECT_EQ(a[0], 2.0f);
-        EXPECT_EQ(a[1], 4.0f);
-        EXPECT_EQ(a[2], 6.0f);
-        EXPECT_EQ(a[3], 4.0f);
-        float b[8] = {1, 2, 3, 4, 5, 6, 7, 8}; // 1 x 3 by rows, result lines of 2: f(0) = 0, f(1) = 2, f(2) = 4
-        m->mipt_t(1, 3, b, uint64_t(1) << 33, 2, 10.0f);
-        const float expected[8] = {10, 2, 20, 4, 30, 6, 7, 8};
-        for (int k = 0; k < 8; ++k)
-            EXPECT_EQ(b[k], expected[k]) << m->path << ' ' << k;
+        float *a = far.cut(0, false), *line = a + lda;
+        for (int k = 0; k < 16; ++k) {
+            a[k] = static_cast<float>(1 + k);
+            line[k] = static_cast<float>(101 + k);
+        }
+        m->mipt_t(2, 3, a, lda, ldb, 2.0f); // 1 2 3 and 101 102 103
+        const float expected[16] = {2, 202, 3, 4, 4, 204, 7, 8, 6, 206, 11, 12, 13, 14, 15, 16};
+        for (int k = 0; k < 16; ++k) {
+            EXPECT_EQ(a[k], expected[k]) << m->path << ' ' << k;
+            EXPECT_EQ(line[k], static_cast<float>(101 + k)) << m->path << ' ' << k;
+        }
     }
+}
+
+// The leading dimension of a single line says nothing: the cycles that it makes may be longer than anyone can wait for.
+TEST(far_offsets, single_line_with_any_leading_dimension)
+{
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t lda : {uint64_t(5), uint64_t(7), uint64_t(1) << 33, (uint64_t(1) << 40) - 87, uint64_t(1) << 62,
+                             uint64_t(1) << 63, UINT64_MAX})
+            for (uint64_t ldb : {1, 2, 3, 4, 8}) {
+                float a[40], expected[40];
+                for (int k = 0; k < 40; ++k)
+                    a[k] = expected[k] = static_cast<float>(1 + k);
+                for (uint64_t j = 0; j < 5; ++j)
+                    expected[j * ldb] = 3.0f * static_cast<float>(1 + j);
+                m->simatcopy('R', 'T', 1, 5, 3.0f, a, lda, ldb);
+                for (int k = 0; k < 40; ++k)
+                    ASSERT_EQ(a[k], expected[k]) << m->path << " lda " << lda << " ldb " << ldb << " at " << k;
+            }
+}
+
+TEST(far_offsets, single_column_with_any_leading_dimension)
+{
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t lda : {1, 2, 3, 4, 8})
+            for (uint64_t ldb : {uint64_t(5), uint64_t(7), uint64_t(1) << 33, (uint64_t(1) << 40) - 87,
+                                 uint64_t(1) << 62, uint64_t(1) << 63, UINT64_MAX}) {
+                float a[40], expected[40];
+                for (int k = 0; k < 40; ++k)
+                    a[k] = expected[k] = static_cast<float>(1 + k);
+                for (uint64_t i = 0; i < 5; ++i)
+                    expected[i] = 3.0f * static_cast<float>(1 + i * lda);
+                m->simatcopy('R', 'T', 5, 1, 3.0f, a, lda, ldb);
+                for (int k = 0; k < 40; ++k)
+                    ASSERT_EQ(a[k], expected[k]) << m->path << " lda " << lda << " ldb " << ldb << " at " << k;
+            }
 }
 
 bool has_memory(size_t bytes)

@@ -141,10 +141,13 @@ inline void simatcopy_mipt_t_body(uint64_t n_outer, uint64_t n_inner, float *a, 
     if (n_outer == 0 || n_inner == 0)
         return;
     uint64_t area, reach;
-    if (lda == 1 || ldb == 1) { // every position is a cycle of its own
-        for (uint64_t p = 0; p < n_outer * n_inner; ++p)
-            a[p] *= alpha;
-    } else if (!__builtin_mul_overflow(lda, ldb, &area) && !__builtin_mul_overflow(area, lda, &reach)) {
+    if (n_outer == 1) { // targets lie at or above their sources: from the last one down
+        for (uint64_t j = n_inner; j-- > 0;)
+            a[j * ldb] = alpha * a[j];
+    } else if (n_inner == 1) {
+        for (uint64_t i = 0; i < n_outer; ++i)
+            a[i] = alpha * a[i * lda];
+    } else if (lda > 1 && !__builtin_mul_overflow(lda, ldb, &area) && !__builtin_mul_overflow(area, lda, &reach)) {
         simatcopy_cycles_of<quotient_by_product>(n_outer, n_inner, a, lda, ldb, alpha);
     } else {
         simatcopy_cycles_of<quotient_by_division>(n_outer, n_inner, a, lda, ldb, alpha);
