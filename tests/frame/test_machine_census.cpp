@@ -32,7 +32,7 @@ const shape *machine;
 int current_cpu;
 std::vector<int> pinned;
 
-void cpuid_here(uint32_t leaf, uint32_t, cpuid_answer *answer)
+void cpuid_here(uint32_t leaf, uint32_t subleaf, cpuid_answer *answer)
 {
     *answer = {0, 0, 0, 0};
     if (leaf == 0) {
@@ -45,7 +45,7 @@ void cpuid_here(uint32_t leaf, uint32_t, cpuid_answer *answer)
         answer->ebx = machine->apic_ids[static_cast<std::size_t>(current_cpu)] << 24 | machine->logical_per_package
                                                                                            << 16;
         answer->edx = machine->multi ? 1u << 28 : 0;
-    } else if (leaf == 4) {
+    } else if (leaf == 4 && subleaf == 0) {
         answer->eax = (machine->cores_per_package - 1) << 26;
     }
 }
@@ -200,6 +200,8 @@ TEST(machine_census, cpuinfo_without_threads_of_a_core)
     shape s = two_packages_of_four_with_threads();
     s.cpuinfo = cpuinfo_of(16, {0, 7}, 8, 8);
     expect_counts(s, 2, 8, 0, 16);
+    s.cpuinfo = cpuinfo_of(16, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 1, 1); // a core a package
+    expect_counts(s, 16, 1, 0, 16);
 }
 
 TEST(machine_census, cpuinfo_with_threads_of_a_core)
