@@ -141,11 +141,11 @@ struct nocopy_avx2 {
                                                                   ldc);
     }
     template <bool b_transposed, beta_form form>
-    [[gnu::always_inline]] static inline void
-    rows_as_they_lie(bool badly, int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
-                     const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+    [[gnu::always_inline]] static inline void rows_as_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                               const float *a, int64_t lda, const float *b, int64_t ldb,
+                                                               const float *beta, float *c, int64_t ldc)
     {
-        if (badly)
+        if (lies_badly(a, lda) && n > whole_columns)
             return product_by_panel<nocopy_avx2, false, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c,
                                                                             ldc);
         row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);

@@ -169,35 +169,49 @@ struct nocopy_avx512 {
             i += rows;
         }
     }
-    template <bool b_transposed, beta_form form>
-    [[gnu::noinline]] static void many_rows(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
-                                            int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
-                                            int64_t ldc)
+    // More columns than are read as they lie at an odd float.
+    template <class rows, bool b_transposed, beta_form form>
+    [[gnu::noinline]] static void row_tile_or_panel(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                    int64_t lda, const float *b, int64_t ldb, const float *beta,
+                                                    float *c, int64_t ldc)
     {
+        (lies_badly(a, lda) ? product_by_panel<nocopy_avx512, false, b_transposed, form>
+                            : all_columns<rows, b_transposed, form>)(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    }
+    template <bool b_transposed, beta_form form>
+    [[gnu::noinline]] static void many_rows_or_columns(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                       const float *a, int64_t lda, const float *b, int64_t ldb,
+                                                       const float *beta, float *c, int64_t ldc)
+    {
+        if (lies_badly(a, lda) && n > whole_columns)
+            return product_by_panel<nocopy_avx512, false, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c,
+                                                                              ldc);
         row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
     }
-    // The choice takes no branch and ends in one call: so the arguments on the stack stay in their places. Up to 32 rows
-    // are one row tile.
+    // The way of each size: up to 32 rows and columns at the index of the columns, from 17 rows on 32 further; all others at 0.
+    template <bool b_transposed, beta_form form> struct ways {
+        tesh_blas_sgemm_kernel_nocopy_fn *of[65];
+        constexpr ways() : of{many_rows_or_columns<b_transposed, form>}
+        {
+            for (int n = 1; n <= 32; ++n) {
+                const int tile = n <= most_columns ? n : 0;
+                const bool in_place = n <= whole_columns;
+                of[n] = in_place ? by_columns<masked_rows<1>, b_transposed, form>[tile]
+                                 : row_tile_or_panel<masked_rows<1>, b_transposed, form>;
+                of[32 + n] = in_place ? by_columns<masked_rows<2>, b_transposed, form>[tile]
+                                      : row_tile_or_panel<masked_rows<2>, b_transposed, form>;
+            }
+        }
+    };
+    // Without a branch, and with one call: so the arguments on the stack stay in their places.
     template <bool b_transposed, beta_form form>
-    [[gnu::always_inline]] static inline void
-    rows_as_they_lie(bool badly, int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
-                     const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+    [[gnu::always_inline]] static inline void rows_as_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                               const float *a, int64_t lda, const float *b, int64_t ldb,
+                                                               const float *beta, float *c, int64_t ldc)
     {
-        using kernel = tesh_blas_sgemm_kernel_nocopy_fn;
-        static constexpr kernel *many = many_rows<b_transposed, form>;
-        static constexpr kernel *panel = product_by_panel<nocopy_avx512, false, b_transposed, form>;
-        static constexpr kernel *const *choice[] = {by_columns<masked_rows<1>, b_transposed, form>,
-                                                    by_columns<masked_rows<2>, b_transposed, form>,
-                                                    &many,
-                                                    &many,
-                                                    &panel,
-                                                    &panel,
-                                                    &panel,
-                                                    &panel};
-        const bool one_tile = static_cast<uint64_t>(m - 1) < 32, few_columns = static_cast<uint64_t>(n) <= most_columns;
-        kernel *const *const next = choice[(m > 16) + 2 * !one_tile + 4 * badly];
-        next[static_cast<uint64_t>(n) & -static_cast<uint64_t>(one_tile & few_columns)](m, n, k, alpha, a, lda, b, ldb,
-                                                                                        beta, c, ldc);
+        static constexpr ways<b_transposed, form> way;
+        const bool few = ((m - 1) | (n - 1)) >> 5 == 0;
+        way.of[((m > 16) * 32 + n) & -static_cast<int64_t>(few)](m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
     }
 };
 } // namespace

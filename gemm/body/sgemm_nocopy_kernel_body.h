@@ -273,10 +273,12 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
 
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
 
-// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump.
+// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump. It begins
+// with a line of code: where it did not, 8 x 8 x 8 took a tenth longer.
 template <class rows, int cols, bool b_transposed, beta_form form>
-[[gnu::noinline]] void single_tile(int64_t m, int64_t, int64_t k, const float *alpha, const float *a, int64_t a_depth,
-                                   const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void single_tile(int64_t m, int64_t, int64_t k, const float *alpha, const float *a,
+                                                     int64_t a_depth, const float *b, int64_t ldb, const float *beta,
+                                                     float *c, int64_t ldc)
 {
     nocopy_tile<rows, cols, b_transposed, form>(rows(m), no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
@@ -429,6 +431,12 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
     p::template row_tiles<b_transposed, form>(m, n, k, alpha, source, b, ldb, beta, c, ldc);
 }
 
+// At an odd float.
+inline bool lies_badly(const float *a, int64_t lda)
+{
+    return ((reinterpret_cast<uintptr_t>(a) | static_cast<uintptr_t>(lda) * 4) & 7) != 0;
+}
+
 template <class p, bool a_transposed, bool b_transposed, beta_form form>
 [[gnu::always_inline]] inline void nocopy_kernel(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
                                                  int64_t lda, const float *b, int64_t ldb, const float *beta, float *c,
@@ -436,8 +444,6 @@ template <class p, bool a_transposed, bool b_transposed, beta_form form>
 {
     if constexpr (a_transposed)
         return product_by_panel<p, true, b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-    const bool at_odd_float = ((reinterpret_cast<uintptr_t>(a) | static_cast<uintptr_t>(lda) * 4) & 7) != 0;
-    return p::template rows_as_they_lie<b_transposed, form>(at_odd_float & (n > p::whole_columns), m, n, k, alpha, a,
-                                                            lda, b, ldb, beta, c, ldc);
+    return p::template rows_as_they_lie<b_transposed, form>(m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 } // namespace
