@@ -161,11 +161,12 @@ struct nocopy_avx512 {
                     i += rows;
                     continue;
                 }
-            (rows > 32   ? all_columns<masked_rows<3>, b_transposed, form>
-             : rows > 16 ? all_columns<masked_rows<2>, b_transposed, form>
-                         : all_columns<masked_rows<1>, b_transposed, form>)(source::in_place ? left : rows, n, k, alpha,
-                                                                            tile, s.depth_stride, b, ldb, beta, c + i,
-                                                                            ldc);
+            const int64_t count = source::in_place ? left : rows;
+            const bool small = static_cast<uint64_t>(n) <= most_columns && max_of(count, n) * k <= fetched_elements;
+            (rows > 32   ? by_columns<masked_rows<3>, b_transposed, form>
+             : rows > 16 ? by_columns<masked_rows<2>, b_transposed, form>
+                         : by_columns<masked_rows<1>, b_transposed, form>)[small ? n : 0](
+                count, n, k, alpha, tile, s.depth_stride, b, ldb, beta, c + i, ldc);
             i += rows;
         }
     }
