@@ -87,15 +87,16 @@ template <bool stream> inline void copy_run(uint64_t n, const float *x, float *y
         move_element<false>(x + i, y + i, 1.0f);
 }
 
-template <int width, bool stream, int wait>
+template <int width, bool stream, int wait, int part_wait = wait>
 inline void transpose_stored(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
-    transpose_ungrouped<moves_8, run_store<width, stream, wait>, run_store<width, false, wait>,
+    transpose_ungrouped<moves_8, run_store<width, stream, wait>, run_store<width, false, part_wait>,
                         (stream ? stream_ahead : 0)>(rows, cols, a, lda, b, ldb);
 }
 
 // lanes: 8 where B as a whole is aligned to the path's register. stream: whole cache lines of b bypass the caches.
-template <class path, bool stream>
+// later: lines of B begin in front of b.
+template <class path, bool stream, bool later>
 void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
                                                       float *b, uint64_t ldb, uint64_t group, uint64_t lanes)
 {
@@ -109,9 +110,9 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
         else
             transpose_stored<4, stream, 0>(rows, cols, a, lda, b, ldb);
     } else if (!stream && line % (2 * aliased_bytes) == 0) {
-        transpose_stored<8, false, 1>(rows, cols, a, lda, b, ldb);
+        transpose_stored<8, false, 1, later>(rows, cols, a, lda, b, ldb);
     } else if (!stream && line % aliased_bytes == 0) { // twice the sets
-        transpose_stored<8, false, 2>(rows, cols, a, lda, b, ldb);
+        transpose_stored<8, false, 2, later>(rows, cols, a, lda, b, ldb);
     } else {
         transpose_stored<8, stream, 0>(rows, cols, a, lda, b, ldb);
     }
@@ -141,8 +142,12 @@ void transpose_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uint64
         if (cols < kernel_columns && by.block == 16 && by.group == 1)
             i = transpose_narrow(n_outer, cols, from, lda, to, ldb);
         for (; i < n_outer; i += by.block)
-            xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream>(
-                smaller_of(n_outer - i, by.block), cols, from + i * lda, lda, to + i, ldb, by.group, kernel_lanes);
+            (i > 0 ? xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream, true>
+                   : xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream, false>)(smaller_of(n_outer - i,
+                                                                                                       by.block),
+                                                                                            cols, from + i * lda, lda,
+                                                                                            to + i, ldb, by.group,
+                                                                                            kernel_lanes);
     }
 }
 

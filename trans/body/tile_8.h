@@ -8,7 +8,7 @@ namespace
 {
 // How runs of b are stored. width [elements] of a store: 8 or 4. stream: past the caches; runs are whole cache lines.
 // wait: a step begins when the stores of the step that many before have reached the first cache
-// (trans/body/settled.h); 0: at once.
+// (trans/body/settled.h); 0: at once. Where a run is one store, b goes on in front of it.
 template <int store_width, bool past_caches, int steps_back> struct run_store {
     static constexpr int width = store_width;
     static constexpr bool stream = past_caches;
@@ -81,8 +81,10 @@ struct moves_8 {
                     put_halves<how>(run + 8, t[8 + c % 4], t[12 + c % 4], c >= 4);
             }
             uint64_t step = 8 * ldb;
-            if constexpr (how::wait > 0 && (lines == 16 || how::width == 4)) { // two stores of the last run meet there
-                const uint64_t zero = settled_zero(b4 + 3 * ldb + lines / 2 - 1);
+            if constexpr (how::wait > 0) {
+                // Where two stores of the last run meet, or where its only one begins.
+                constexpr int64_t meet = lines == how::width ? -1 : lines / 2 - 1;
+                const uint64_t zero = settled_zero(b4 + 3 * ldb + meet);
                 step += how::wait == 1 ? zero : zero_before;
                 zero_before = zero;
             }
