@@ -65,8 +65,7 @@ void mm_read_settings()
     tesh_serv_lock(&tesh_fast_mm_lock);
     if (!settings_are_read()) {
         char text[setting_bytes];
-        // Below 0 the value is longer than its room, but not empty.
-        if (tesh_serv_getenv("TESH_DISABLE_FAST_MM", text, setting_bytes) != 0)
+        if (tesh_serv_getenv("TESH_DISABLE_FAST_MM", text, setting_bytes) > 0)
             disable_fast_mm = 1;
         if (tesh_serv_getenv("TESH_FAST_MEMORY_LIMIT", text, setting_bytes) > 0) {
             const long mebibytes = strtol(text, nullptr, 10);
