@@ -103,6 +103,39 @@ template <int n> struct number {
     static constexpr int value = n;
 };
 
+// Columns side by side, reached from every fourth of them by two strides: pointers to all would not leave registers.
+template <int columns> struct column_pointers {
+    static constexpr int groups = (columns + 3) / 4;
+    const char *group[groups];
+    int64_t stride, stride_3; // to the next column and the third one [bytes]
+
+    inline column_pointers(const float *a, int64_t lda) : stride(4 * lda), stride_3(12 * lda)
+    {
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            group[g] = reinterpret_cast<const char *>(a) + g * 4 * stride;
+    }
+    // Keeps the compiler from carrying one pointer for every column from one use to the next.
+    inline void hold()
+    {
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            __asm__("" : "+r"(group[g]));
+        __asm__("" : "+r"(stride), "+r"(stride_3));
+    }
+    inline void advance(int64_t rows)
+    {
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            group[g] += 4 * rows;
+    }
+    // Column c, count registers behind the row that the pointers stand at.
+    inline const float *at(int c, int count = 0) const
+    {
+        return reinterpret_cast<const float *>(group[c / 4] + (c % 4 == 3 ? stride_3 : c % 4 * stride)) + 16 * count;
+    }
+};
+
 // How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
 // 0 in the register that holds it, so that loads can stand at register boundaries.
 struct row_pieces {
@@ -110,7 +143,7 @@ struct row_pieces {
     __mmask16 row_1;        // its lane
     __mmask16 opening;      // lanes of the first register that hold rows from 1 on, perhaps none
     bool opening_in_bounds; // the whole of the first register lies within the column
-    int64_t whole, rest_at; // rows from whole to rest_at - 1 fill whole registers
+    int64_t whole;          // registers behind the first that are full
     __mmask16 rest;         // lanes behind them, perhaps none
     int64_t ahead;          // columns are asked for so far ahead, or not [elements]
 };
@@ -122,94 +155,96 @@ inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
     rows.row_1 = static_cast<__mmask16>(1u << ((lead + 1) % 16));
     rows.opening = static_cast<__mmask16>((0xfffeu << lead) & vec_avx512::first(min_of(16, m + lead)));
     rows.opening_in_bounds = lead == 0 && m >= 16;
-    rows.whole = 16 - lead;
-    const int64_t behind = max_of(m - rows.whole, 0);
-    rows.rest_at = rows.whole + behind / 16 * 16;
+    const int64_t behind = max_of(m + lead - 16, 0);
+    rows.whole = behind / 16;
     rows.rest = vec_avx512::first(behind % 16);
     rows.ahead = m <= most_brief ? prefetch_distance(n, lda) : 0;
     return rows;
 }
 
 // The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ... in lane 1, of rows 2, 18, 34, ... in lane 2,
-// and so on. Row 0 opens the first of them. sets: accumulators of a column.
-// round: registers of a column in a round, a power of two.
+// and so on. Row 0 opens the first of them. sets: accumulators of a column. round: registers of a column in a round, a
+// power of two.
 template <int columns, int sets, int round, class access_type>
 [[gnu::always_inline]] inline void column_chains(const row_pieces &rows, const float *a, int64_t lda, const float *x,
                                                  const access_type &access, __m512 *chain)
 {
-    // Kept from being made one pointer for every column, carried from round to round: there are no registers for them.
-    __asm__("" : "+r"(a), "+r"(lda));
-    constexpr int groups = (columns + 3) / 4;
-    const float *group[groups]; // columns are reached from every fourth
-#pragma GCC unroll 4
-    for (int g = 0; g < groups; ++g)
-        group[g] = a + 4 * g * lda;
-    const auto column = [&](int c, int64_t i) { return group[c / 4] + c % 4 * lda + i; };
     __m512 sum[sets][columns];
-    const auto add_masked = [&](int64_t i, __mmask16 lanes) __attribute__((always_inline))
-    {
-        const __m512 xv = access.load(x + i * access.inc, lanes);
-#pragma GCC unroll 16
-        for (int c = 0; c < columns; ++c)
-            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column(c, i), lanes), xv, sum[0][c], lanes);
-    };
+    column_pointers<columns> row_0(a, lda);
+    row_0.hold();
     const __m512 x_0 = _mm512_set1_ps(load_one(x));
 #pragma GCC unroll 16
     for (int c = 0; c < columns; ++c) {
-        sum[0][c] = _mm512_maskz_mul_ps(rows.row_1, x_0, _mm512_set1_ps(load_one(column(c, 0))));
+        sum[0][c] = _mm512_maskz_mul_ps(rows.row_1, x_0, _mm512_set1_ps(load_one(row_0.at(c))));
         for (int s = 1; s < sets; ++s)
             sum[s][c] = _mm512_setzero_ps();
     }
+    column_pointers<columns> column(a - rows.lead, lda);
+    x -= rows.lead * access.inc;
+    const auto add_masked = [&](__mmask16 lanes) __attribute__((always_inline))
+    {
+        const __m512 xv = access.load(x, lanes);
+        column.hold();
+#pragma GCC unroll 16
+        for (int c = 0; c < columns; ++c)
+            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column.at(c), lanes), xv, sum[0][c], lanes);
+    };
+    const auto advance = [&](int registers) __attribute__((always_inline))
+    {
+        column.advance(16 * registers);
+        x += 16 * registers * access.inc;
+    };
     if (rows.opening_in_bounds) {
         const __m512 xv = access.load(x);
+        column.hold();
 #pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
-            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column(c, 0)), xv, sum[0][c], rows.opening);
+            sum[0][c] = masked_avx512::mul_add(vec_avx512::load(column.at(c)), xv, sum[0][c], rows.opening);
     } else {
-        add_masked(-rows.lead, rows.opening);
+        add_masked(rows.opening);
     }
     if (rows.ahead != 0) {
+        const column_pointers<columns> later(a + rows.ahead, lda);
 #pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
-            masked_avx512::prefetch(column(c, rows.ahead));
+            masked_avx512::prefetch(later.at(c));
     }
-    const auto add_whole = [&](int s, int64_t i) __attribute__((always_inline))
+    advance(1);
+    // The next whole registers: every sets-th into one accumulator.
+    const auto add_whole = [&](auto count) __attribute__((always_inline))
     {
-        const __m512 xv = access.load(x + i * access.inc);
-#pragma GCC unroll 16
-        for (int c = 0; c < columns; ++c)
-            sum[s][c] = _mm512_fmadd_ps(vec_avx512::load(column(c, i)), xv, sum[s][c]);
-    };
-    int64_t i = rows.whole;
-#pragma GCC unroll 1
-    for (; i + 16 * round <= rows.rest_at; i += 16 * round) {
 #pragma GCC unroll 32
-        for (int r = 0; r < round; ++r)
-            add_whole(r % sets, i + 16 * r);
-    }
-    if constexpr (round > sets) {
-        const auto add_some = [&](auto count) __attribute__((always_inline))
-        {
-            constexpr int registers = count.value;
-            if (registers >= round || i + 16 * registers > rows.rest_at)
-                return;
+        for (int r = 0; r < count.value; ++r) {
+            const __m512 xv = access.load(x + 16 * r * access.inc);
+            column.hold();
 #pragma GCC unroll 16
-            for (int r = 0; r < registers; ++r)
-                add_whole(0, i + 16 * r);
-            i += 16 * registers;
-        };
-        add_some(number<16>());
-        add_some(number<8>());
-        add_some(number<4>());
-        add_some(number<2>());
-        add_some(number<1>());
+            for (int c = 0; c < columns; ++c)
+                sum[r % sets][c] = _mm512_fmadd_ps(vec_avx512::load(column.at(c, r)), xv, sum[r % sets][c]);
+        }
+        advance(count.value);
+    };
+    int64_t left = rows.whole;
+#pragma GCC unroll 1
+    for (; left >= round; left -= round)
+        add_whole(number<round>());
+    if constexpr (round > sets) {
+        if (round > 16 && (left & 16) != 0)
+            add_whole(number<16>());
+        if (round > 8 && (left & 8) != 0)
+            add_whole(number<8>());
+        if (round > 4 && (left & 4) != 0)
+            add_whole(number<4>());
+        if (round > 2 && (left & 2) != 0)
+            add_whole(number<2>());
+        if ((left & 1) != 0)
+            add_whole(number<1>());
     } else {
 #pragma GCC unroll 1
-        for (; i < rows.rest_at; i += 16)
-            add_whole(0, i);
+        for (; left > 0; --left)
+            add_whole(number<1>());
     }
     if (rows.rest != 0)
-        add_masked(i, rows.rest);
+        add_masked(rows.rest);
 #pragma GCC unroll 16
     for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 4
