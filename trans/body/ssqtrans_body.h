@@ -81,7 +81,7 @@ template <class t> struct square_tiles {
     // The anti-diagonal, then shells from the outside in: each walks its upper row strip and its right column strip
     // from the diagonal towards the anti-diagonal, so that a strip's lines stay in cache while the mirrored strip is
     // walked. ahead: tiles by which prefetches run ahead of the walk, to the cache that hint names; 0 for none.
-    template <uint64_t ahead, _mm_hint hint> void swap_shells(uint64_t tiles) const
+    template <uint64_t ahead, auto hint> void swap_shells(uint64_t tiles) const
     {
         in_rounds<square_round>(tiles / 2, [=](uint64_t k) { swap(k, tiles - 1 - k); });
         for (uint64_t k = 0; k + 1 + k + 1 < tiles; ++k) {
@@ -103,7 +103,7 @@ template <class t> struct square_tiles {
 
 private:
     // The lines of a tile. Inlined by force: GCC deletes calls of a function that does nothing but prefetch.
-    template <_mm_hint hint> [[gnu::always_inline]] void fetch(uint64_t i, uint64_t j) const
+    template <auto hint> [[gnu::always_inline]] void fetch(uint64_t i, uint64_t j) const
     {
         const float *const first = tile(i, j);
 #pragma GCC unroll 16
