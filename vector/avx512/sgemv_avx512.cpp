@@ -103,39 +103,6 @@ template <int n> struct number {
     static constexpr int value = n;
 };
 
-// Columns side by side, reached from every fourth of them by two strides: pointers to all would not leave registers.
-template <int columns> struct column_pointers {
-    static constexpr int groups = (columns + 3) / 4;
-    const char *group[groups];
-    int64_t stride, stride_3; // to the next column and the third one [bytes]
-
-    inline column_pointers(const float *a, int64_t lda) : stride(4 * lda), stride_3(12 * lda)
-    {
-#pragma GCC unroll 4
-        for (int g = 0; g < groups; ++g)
-            group[g] = reinterpret_cast<const char *>(a) + g * 4 * stride;
-    }
-    // Keeps the compiler from carrying one pointer for every column from one use to the next.
-    inline void hold()
-    {
-#pragma GCC unroll 4
-        for (int g = 0; g < groups; ++g)
-            __asm__("" : "+r"(group[g]));
-        __asm__("" : "+r"(stride), "+r"(stride_3));
-    }
-    inline void advance(int64_t rows)
-    {
-#pragma GCC unroll 4
-        for (int g = 0; g < groups; ++g)
-            group[g] += 4 * rows;
-    }
-    // Column c, count registers behind the row that the pointers stand at.
-    inline const float *at(int c, int count = 0) const
-    {
-        return reinterpret_cast<const float *>(group[c / 4] + (c % 4 == 3 ? stride_3 : c % 4 * stride)) + 16 * count;
-    }
-};
-
 // How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
 // 0 in the register that holds it, so that loads can stand at register boundaries.
 struct row_pieces {
@@ -219,7 +186,7 @@ template <int columns, int sets, int round, class access_type>
             column.hold();
 #pragma GCC unroll 16
             for (int c = 0; c < columns; ++c)
-                sum[r % sets][c] = _mm512_fmadd_ps(vec_avx512::load(column.at(c, r)), xv, sum[r % sets][c]);
+                sum[r % sets][c] = _mm512_fmadd_ps(vec_avx512::load(column.at(c, 16 * r)), xv, sum[r % sets][c]);
         }
         advance(count.value);
     };

@@ -183,91 +183,117 @@ inline void add_product_by_rows(int64_t m, int64_t n, float alpha, const float *
     }
 }
 
-// Columns side by side, in groups of four: one pointer for each would not leave registers for the factors.
-template <class v, int columns> struct column_block {
+// Columns side by side, reached from every fourth of them by two strides: pointers to all would not leave registers.
+template <int columns> struct column_pointers {
     static constexpr int groups = (columns + 3) / 4;
-    const float *group[groups];
-    int64_t lda;
-    typename v::reg factor[columns];
+    const char *group[groups];
+    int64_t stride, stride_3; // to the next column and the third one [bytes]
 
-    inline column_block(const float *a, int64_t step, const float *t) : lda(step)
+    inline column_pointers(const float *a, int64_t lda) : stride(4 * lda), stride_3(12 * lda)
     {
-        __asm__("" : "+r"(a), "+r"(lda));
 #pragma GCC unroll 4
         for (int g = 0; g < groups; ++g)
-            group[g] = a + 4 * g * lda;
+            group[g] = reinterpret_cast<const char *>(a) + g * 4 * stride;
+    }
+    // Keeps the compiler from carrying one pointer for every column from one use to the next.
+    inline void hold()
+    {
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            __asm__("" : "+r"(group[g]));
+        __asm__("" : "+r"(stride), "+r"(stride_3));
+    }
+    inline void advance(int64_t rows)
+    {
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            group[g] += 4 * rows;
+    }
+    // Column c, some rows behind the one that the pointers stand at.
+    inline const float *at(int c, int rows = 0) const
+    {
+        return reinterpret_cast<const float *>(group[c / 4] + (c % 4 == 3 ? stride_3 : c % 4 * stride)) + rows;
+    }
+};
+
+template <class v, int columns> struct column_block {
+    column_pointers<columns> column;
+    typename v::reg factor[columns];
+
+    inline column_block(const float *a, int64_t lda, const float *t) : column(a, lda)
+    {
 #pragma GCC unroll 16
         for (int c = 0; c < columns; ++c)
             factor[c] = v::set1(t[c]);
-    }
-    inline const float *at(int c, int64_t i) const
-    {
-        return group[c / 4] + c % 4 * lda + i;
     }
 };
 
 // One register of y and a mask of its rows.
 template <class v, int columns>
-inline void add_columns_masked(const column_block<v, columns> &block, int64_t i, typename v::mask rows, float *y)
+inline void add_columns_masked(column_block<v, columns> &block, typename v::mask rows, float *y)
 {
-    typename v::reg sum = v::load(y + i, rows);
+    typename v::reg sum = v::load(y, rows);
+    block.column.hold();
 #pragma GCC unroll 16
     for (int c = 0; c < columns; ++c)
-        sum = v::mul_add(v::load(block.at(c, i), rows), block.factor[c], sum, rows);
-    v::store(y + i, sum, rows);
+        sum = v::mul_add(v::load(block.column.at(c), rows), block.factor[c], sum, rows);
+    v::store(y, sum, rows);
 }
 
-// Whole registers of y from row i on, so many at a time as there is room for.
+// The next whole registers of y, so many at a time as there is room for: block and y move behind them.
 template <class v, int columns, int registers>
-[[gnu::always_inline]] inline void add_registers(const column_block<v, columns> &block, int64_t i, float *y)
+[[gnu::always_inline]] inline void add_registers(column_block<v, columns> &block, float *&y)
 {
     constexpr int most = v::width == 16 ? 8 : 4, pieces = registers < most ? registers : most;
 #pragma GCC unroll 16
     for (int r = 0; r < registers; r += pieces) {
-        const int64_t at = i + r * v::width;
         typename v::reg sum[pieces];
 #pragma GCC unroll 8
         for (int p = 0; p < pieces; ++p)
-            sum[p] = v::load(y + at + p * v::width);
+            sum[p] = v::load(y + (r + p) * v::width);
+        block.column.hold();
 #pragma GCC unroll 16
         for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 8
             for (int p = 0; p < pieces; ++p)
-                sum[p] = v::mul_add(v::load(block.at(c, at + p * v::width)), block.factor[c], sum[p]);
+                sum[p] = v::mul_add(v::load(block.column.at(c, (r + p) * v::width)), block.factor[c], sum[p]);
         }
 #pragma GCC unroll 8
         for (int p = 0; p < pieces; ++p)
-            v::store(y + at + p * v::width, sum[p]);
+            v::store(y + (r + p) * v::width, sum[p]);
     }
+    block.column.advance(registers * v::width);
+    y += registers * v::width;
 }
 
-// Fewer than 2 * registers of them, by the bits of their count: i moves behind them.
+// Fewer than 2 * registers of them, by the bits of their count.
 template <class v, int columns, int registers>
-[[gnu::always_inline]] inline void add_rest(const column_block<v, columns> &block, int64_t &i, int64_t m, float *y)
+[[gnu::always_inline]] inline void add_rest(column_block<v, columns> &block, int64_t count, float *&y)
 {
-    if (i + registers * v::width <= m) {
-        add_registers<v, columns, registers>(block, i, y);
-        i += registers * v::width;
-    }
+    if ((count & registers) != 0)
+        add_registers<v, columns, registers>(block, y);
     if constexpr (registers > 1)
-        add_rest<v, columns, registers / 2>(block, i, m, y);
+        add_rest<v, columns, registers / 2>(block, count, y);
 }
 
 // head: rows of the first, masked piece, below a register's width, and at most m. registers: of y, in a round.
 template <class v, int columns, int registers>
 inline void add_columns(int64_t m, int64_t head, const float *a, int64_t lda, const float *t, float *y)
 {
-    const column_block<v, columns> block(a, lda, t);
-    if (head > 0)
-        add_columns_masked(block, 0, v::first(head), y);
-    int64_t i = head;
+    column_block<v, columns> block(a, lda, t);
+    if (head > 0) {
+        add_columns_masked(block, v::first(head), y);
+        block.column.advance(head);
+        y += head;
+    }
+    int64_t left = (m - head) / v::width; // registers
 #pragma GCC unroll 1
-    for (; i + registers * v::width <= m; i += registers * v::width)
-        add_registers<v, columns, registers>(block, i, y);
+    for (; left >= registers; left -= registers)
+        add_registers<v, columns, registers>(block, y);
     if constexpr (registers > 1)
-        add_rest<v, columns, registers / 2>(block, i, m, y);
-    if (i < m)
-        add_columns_masked(block, i, v::first(m - i), y);
+        add_rest<v, columns, registers / 2>(block, left, y);
+    if (const int64_t rest = (m - head) % v::width; rest > 0)
+        add_columns_masked(block, v::first(rest), y);
 }
 
 // The next columns of the product, if so many are left: j moves behind them.
