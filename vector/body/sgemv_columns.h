@@ -332,7 +332,9 @@ template <class v>
     }
     while (add_next_columns<v, 8, 2>(j, m, n, head, alpha, a, lda, x, incx, y)) {
     }
+    add_next_columns<v, 6, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
     add_next_columns<v, 4, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
+    add_next_columns<v, 3, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
     add_next_columns<v, 2, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
     add_next_columns<v, 1, 2>(j, m, n, head, alpha, a, lda, x, incx, y);
 }
