@@ -3,6 +3,7 @@
 // zero, so that they raise no exception flag. flip changes the sign; low and high are the halves. The
 // path with 16 lanes adds them. And the prefetch of all of these kernels. Needs AVX2 and FMA.
 #pragma once
+#include "frame/path/as_written.h"
 #include "frame/path/vec_avx2.h"
 #include <immintrin.h>
 
@@ -45,8 +46,8 @@ template <> struct lanes<2> {
     static inline reg zero() { return _mm_setzero_ps(); }
     static inline reg load(const float *p) { return _mm_castsi128_ps(_mm_loadu_si64(p)); }
     static inline void store(float *p, reg x) { _mm_storeu_si64(p, _mm_castps_si128(x)); }
-    static inline reg set1(float x) { return _mm_moveldup_ps(_mm_set_ss(x)); }
-    static inline reg broadcast(const float *p) { return _mm_moveldup_ps(_mm_load_ss(p)); }
+    static inline reg set1(float x) { return as_written(_mm_moveldup_ps(_mm_set_ss(x))); }
+    static inline reg broadcast(const float *p) { return as_written(_mm_moveldup_ps(_mm_load_ss(p))); }
     static inline reg add(reg x, reg y) { return _mm_add_ps(x, y); }
     static inline reg mul(reg x, reg y) { return _mm_mul_ps(x, y); }
     static inline reg flip(reg x) { return _mm_xor_ps(x, _mm_set1_ps(-0.0f)); }

@@ -2,6 +2,7 @@
 // Traits of the avx512 path for masked columns, and sixteen elements of a vector at any increment. Lanes outside a mask
 // are not touched. Two elements of one store must not be the same: an increment of 0 is for loads only.
 #pragma once
+#include "frame/path/as_written.h"
 #include "frame/path/vec_avx512.h"
 #include "vector/body/element.h"
 
@@ -26,14 +27,7 @@ struct masked_avx512 : vec_avx512 {
         _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
     }
     using vec_avx512::mul_add;
-    static inline reg mul_add(reg x, reg y, reg z, mask m)
-    {
-#ifdef __clang__
-        // clang 14 makes one selection at the end of a chain of them, and the lanes outside the mask raise flags until then.
-        __asm__("" : "+v"(z));
-#endif
-        return _mm512_mask3_fmadd_ps(x, y, z, m);
-    }
+    static inline reg mul_add(reg x, reg y, reg z, mask m) { return _mm512_mask3_fmadd_ps(x, y, as_written(z), m); }
     // Elements 0 to 3 of x, inc apart, in every quarter; and one of them in all lanes.
     static inline reg four(const float *x, int64_t inc)
     {
@@ -41,10 +35,7 @@ struct masked_avx512 : vec_avx512 {
             inc == 1 ? _mm_loadu_ps(x)
                      : _mm_setr_ps(load_one(x), load_one(x + inc), load_one(x + 2 * inc), load_one(x + 3 * inc)));
     }
-    template <int element> static inline reg one_of_four(reg x)
-    {
-        return _mm512_permute_ps(x, element * 0x55);
-    }
+    template <int element> static inline reg one_of_four(reg x) { return _mm512_permute_ps(x, element * 0x55); }
     // The first elements of a vector that is loaded again soon after it was stored. A load that follows a store under a
     // mask waits until the store is through.
     static inline reg load_rows(const float *p, int64_t count)
