@@ -196,6 +196,31 @@ TEST_F(sgemv, agrees_at_every_alignment_and_leading_dimension)
     }
 }
 
+// Matrices past the first cache, and past the second: the wide paths read them in longer loops, or in shorter ones again.
+TEST_F(sgemv, agrees_for_matrices_of_every_cache)
+{
+    const std::int64_t lengths[] = {49, 97, 128, 135, 160, 192, 193, 200, 257, 300, 383, 384, 400, 511, 700};
+    for (const char trans : {'N', 'T'}) {
+        for (const std::int64_t m : lengths) {
+            for (const std::int64_t n :
+                 {std::int64_t(10500) / m + 1, std::int64_t(215), std::int64_t(525000) / m + 1}) {
+                for (const std::size_t shift : {0, 4, 36}) {
+                    sgemv_problem p;
+                    p.trans = trans;
+                    p.m = m;
+                    p.n = n;
+                    p.extra_lda = shift == 4 ? (16 - m % 16) % 16 : n % 3;
+                    p.shift_bytes = shift;
+                    p.kind = shift == 36 ? filling::random : filling::integers;
+                    p.alpha = shift == 36 ? 0.7f : -1.0f;
+                    p.side = shift == 0 ? guard::at_start : guard::at_end;
+                    check(p);
+                }
+            }
+        }
+    }
+}
+
 TEST_F(sgemv, operands_may_lie_off_element_boundaries)
 {
     for (const path_row &row : rows()) {
