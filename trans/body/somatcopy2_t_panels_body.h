@@ -10,9 +10,10 @@ namespace
 constexpr uint64_t kernel_least_outer = 5; // [lines] below: the direct loop
 constexpr uint64_t kernel_lanes = 8;       // [elements] of a register that B is aligned to
 constexpr uint64_t panel_columns_narrow = 1024, panel_columns_wide = 4096;
-constexpr uint64_t panel_narrow_most = 512; // [elements] lda up to which a panel is narrow
-constexpr uint64_t direct_round = 4;        // [lines] of a round of the direct loop
-constexpr uint64_t direct_tile = 16;        // [elements] each side of the squares that its rounds walk through
+constexpr uint64_t panel_narrow_most = 512;                  // [elements] lda up to which a panel is narrow
+constexpr uint64_t direct_round = 4;                         // [lines] of a round of the direct loop
+constexpr uint64_t direct_strip = 32, direct_strip_far = 64; // [lines] that its rounds walk through together
+constexpr uint64_t direct_ahead = 32;                        // [elements] of prefetches of A beyond the caches
 
 // [bytes] of B from which whole cache lines of it bypass the caches: where the caches stop paying, later where lines
 // share sets.
@@ -24,48 +25,64 @@ constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
     return x < y ? x : y;
 }
 
-// 4 lines per round, 8 and 4 columns of them in registers at a time, then single ones; what is left of the lines goes
-// together, column after column.
+// A strip of lines: 8 columns at a time, then 4, then single ones; in each of them rounds of 4 lines, so that a line of b
+// gets its stores together. What is left of the lines goes together, column after column. single: 4 lines.
+// settled: 8 columns begin when the stores of the last 8 have left the queue (trans/body/settled.h).
+// ahead: the distance of prefetches of a [elements], 0 for none.
 // Not inlined: beside the block kernel its pointers would be spilled.
-[[gnu::noinline]] void direct_square(uint64_t lines, uint64_t columns, const float *a, uint64_t lda, float *b,
-                                     uint64_t ldb)
+template <bool single, bool settled, uint64_t ahead>
+[[gnu::noinline]] void direct_lines(uint64_t lines, uint64_t columns, const float *a, uint64_t lda, float *b,
+                                    uint64_t ldb)
 {
-    uint64_t i = 0;
-    for (; i + direct_round <= lines; i += direct_round) {
-        const float *from = a + i * lda;
-        float *to = b + i;
-        uint64_t j = 0;
-        for (; j + 8 <= columns; j += 8, from += 8, to += 8 * ldb)
-            moves_8::move_4x8(from, lda, to, ldb);
-        if (j + 4 <= columns) {
-            move_4x4(from, lda, to, ldb);
-            j += 4;
-            from += 4;
-            to += 4 * ldb;
+    const uint64_t whole = single ? direct_round : lines / direct_round * direct_round;
+    uint64_t j = 0;
+    float *to = b;
+    for (; j + 8 <= columns; j += 8) {
+        for (uint64_t i = 0; i < whole; i += direct_round) {
+            const float *const from = a + i * lda + j;
+            if constexpr (ahead > 0) {
+#pragma GCC unroll 4
+                for (uint64_t k = 0; k < direct_round; ++k)
+                    _mm_prefetch(reinterpret_cast<const char *>(from + k * lda + ahead), _MM_HINT_T0);
+            }
+            moves_8::move_4x8(from, lda, to + i, ldb);
         }
-        move_scalars<direct_round>(columns - j, from, lda, to, ldb);
+        to += 8 * ldb;
+        if (settled && whole > direct_round) // two stores of the last line of b meet there
+            to += settled_zero(to - ldb + whole - direct_round - 1);
     }
-    const float *const from = a + i * lda;
-    float *const to = b + i;
-    if (lines - i == 3)
-        move_scalars<3>(columns, from, lda, to, ldb);
-    else if (lines - i == 2)
-        move_scalars<2>(columns, from, lda, to, ldb);
-    else if (lines - i == 1)
-        move_scalars<1>(columns, from, lda, to, ldb);
+    if (j + 4 <= columns) {
+        for (uint64_t i = 0; i < whole; i += direct_round)
+            move_4x4(a + i * lda + j, lda, to + i, ldb);
+        to += 4 * ldb;
+        j += 4;
+    }
+    for (uint64_t i = 0; i < whole; i += direct_round)
+        move_scalars<direct_round>(columns - j, a + i * lda + j, lda, to + i, ldb);
+    const float *const rest = a + whole * lda;
+    if (lines - whole == 3)
+        move_scalars<3>(columns, rest, lda, b + whole, ldb);
+    else if (lines - whole == 2)
+        move_scalars<2>(columns, rest, lda, b + whole, ldb);
+    else if (lines - whole == 1)
+        move_scalars<1>(columns, rest, lda, b + whole, ldb);
 }
 
+// A strip's lines of b are half filled at both ends: a high strip has fewer of them. Below the size that leaves the
+// caches a lower one does better, for its lines of a stay in the first cache.
 inline void direct_loop(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     trans_took(trans_route_direct);
-    if (n_outer <= direct_round) {
-        direct_square(n_outer, n_inner, a, lda, b, ldb);
-        return;
-    }
-    for (uint64_t i = 0; i < n_outer; i += direct_tile)
-        for (uint64_t j = 0; j < n_inner; j += direct_tile)
-            direct_square(smaller_of(n_outer - i, direct_tile), smaller_of(n_inner - j, direct_tile), a + i * lda + j,
-                          lda, b + j * ldb + i, ldb);
+    const bool far = n_outer * n_inner * sizeof *b >= stream_least;
+    const bool settled = ldb * sizeof *b % (2 * aliased_bytes) == 0;
+    const auto strip = n_outer == direct_round ? direct_lines<true, false, 0>
+                       : far && settled        ? direct_lines<false, true, direct_ahead>
+                       : far                   ? direct_lines<false, false, direct_ahead>
+                       : settled               ? direct_lines<false, true, 0>
+                                               : direct_lines<false, false, 0>;
+    const uint64_t height = far ? direct_strip_far : direct_strip;
+    for (uint64_t i = 0; i < n_outer; i += height)
+        strip(smaller_of(n_outer - i, height), n_inner, a + i * lda, lda, b + i, ldb);
 }
 
 template <bool stream> inline void copy_run(uint64_t n, const float *x, float *y)
