@@ -6,7 +6,8 @@
 // prefetch   the next tile's columns of B, every line once, and the next 16 rows of A, also where they go through the
 //            panel; small blocks nothing
 // edges      rest rows by 8, then 4, 2, 1, each with registers of its width, TN with several steps in a full register
-//            (sgemm_nocopy_narrow_avx2.h); a branch for each count of columns
+//            (sgemm_nocopy_narrow_avx2.h), as are all rows where the columns are few and the depth is not small; a
+//            branch for each count of columns
 // measured   96 % of the multiply-add peak at 32 x 32 x 32 and at 64 x 64 x 64, NN (bench_sgemm --group small)
 #include "gemm/avx2/sgemm_nocopy_narrow_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
@@ -71,30 +72,14 @@ struct nocopy_avx2 {
             transpose_rows<false, fetches>(rows, k, a, lda, panel, ahead);
     }
 
-    // Less than 8 rows of op(A), where both operands are runs of depth.
-    template <beta_form form>
-    [[gnu::noinline]] static void rest_of_dots(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
-                                               int64_t lda, float *panel, const float *b, int64_t ldb,
-                                               const float *beta, float *c, int64_t ldc)
-    {
-        if (m & 4) {
-            paired_row_tile<4, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);
-            a += 4 * lda;
-            c += 4;
-        }
-        if (m & 2) {
-            paired_row_tile<2, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);
-            a += 2 * lda;
-            c += 2;
-        }
-        if (m & 1)
-            paired_row_tile<1, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);
-    }
-
     template <bool b_transposed, beta_form form, class source>
     static inline void row_tiles(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s, const float *b,
                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
+        constexpr bool dots = source::transposed && !b_transposed; // both operands are runs of depth
+        if constexpr (dots)
+            if (k >= deep && (n <= few_columns || m < 8))
+                return paired_rows<form>(m, n, k, alpha, s.a, s.lda, s.panel, b, ldb, beta, c, ldc);
         int64_t i = 0;
         using full = whole_rows<lanes<8>, 2>;
         for (; m >= 16; i += 16, m -= 16, c += 16) {
@@ -110,7 +95,6 @@ struct nocopy_avx2 {
         }
         if (m == 0)
             return;
-        constexpr bool dots = source::transposed && !b_transposed;
         const float *a = dots && m < 8 ? nullptr : s.tile(i, dots ? 8 : m, true);
         if (m & 8) {
             row_tile<whole_rows<lanes<8>, 1>, b_transposed, form>(8, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
@@ -121,7 +105,8 @@ struct nocopy_avx2 {
         }
         if constexpr (dots) {
             if (m & 7)
-                rest_of_dots<form>(m, n, k, alpha, s.a + i * s.lda, s.lda, s.panel, b, ldb, beta, c, ldc);
+                (k >= deep ? paired_rows<form> : shallow_rows<form>)(m & 7, n, k, alpha, s.a + i * s.lda, s.lda,
+                                                                     s.panel, b, ldb, beta, c, ldc);
             return;
         }
         if (m & 4) {

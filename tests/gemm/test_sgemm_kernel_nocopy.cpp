@@ -118,6 +118,23 @@ TEST_P(sgemm_kernel_nocopy, every_depth_up_to_20_and_around_the_blocks)
                 return;
 }
 
+// Rows and columns that are runs of depth may be multiplied several steps at a time where the columns are few.
+TEST_P(sgemm_kernel_nocopy, few_columns_of_deep_transposed_products)
+{
+    constexpr int a_transposed = 2;
+    for (std::int64_t m = 1; m <= 25; ++m)
+        for (std::int64_t n = 1; n <= 17; ++n) {
+            gemm_shape s = shape(m, n, 60 + (m + 3 * n) % 16, n % 3);
+            s.alpha = n % 2 == 0 ? 1.0f : -0.7f;
+            if (!check(s, a_transposed, static_cast<int>((m + n) % 3)))
+                return;
+        }
+    for (std::int64_t n = 1; n <= 16; ++n)
+        for (const std::int64_t m : {3, 37})
+            if (!check(shape(m, n, 256 + n), a_transposed, static_cast<int>(n % 3)))
+                return;
+}
+
 // A at an odd float, or with an odd leading dimension, is copied where more columns than the limit use it.
 TEST_P(sgemm_kernel_nocopy, badly_lying_a_on_both_sides_of_the_column_limit)
 {
@@ -209,11 +226,11 @@ TEST_P(sgemm_kernel_nocopy, operands_of_any_alignment)
 // A lane or a depth step beyond an operand holds nothing that an infinity could turn into a NaN, and raises no flag.
 TEST_P(sgemm_kernel_nocopy, infinities_stay_in_their_row_and_column_and_raise_no_flag)
 {
-    constexpr std::int64_t k = 11;
     for (int transposition = 0; transposition < 4; ++transposition)
         for (std::int64_t m = 1; m <= p.tile_m + 1; ++m)
             for (std::int64_t n = 1; n <= p.tile_n + 1; ++n)
-                for (const std::int64_t step : {0, 1, 3, 6, 10}) {
+                for (const std::int64_t step : {0, 1, 3, 6, 10, 74}) {
+                    const std::int64_t k = step < 11 ? 11 : 75;
                     gemm_shape s = shape(m, n, k);
                     s.transa = tesh_test::nocopy_classes[transposition][0];
                     s.transb = tesh_test::nocopy_classes[transposition][1];
@@ -229,7 +246,8 @@ TEST_P(sgemm_kernel_nocopy, infinities_stay_in_their_row_and_column_and_raise_no
                     ASSERT_EQ(_mm_getcsr() & 0x3fu, 0u) << s.name() << " step " << step;
                     for (std::int64_t j = 0; j < n; ++j)
                         for (std::int64_t i = 0; i < m; ++i)
-                            ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)], j == n - 1 ? INFINITY : k + 1.0f)
+                            ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)],
+                                      j == n - 1 ? INFINITY : static_cast<float>(k + 1))
                                 << s.name();
                 }
 }
