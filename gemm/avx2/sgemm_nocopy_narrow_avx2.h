@@ -33,7 +33,8 @@ template <class v_, int vecs_> struct whole_rows {
     }
 };
 
-constexpr int64_t few_columns = 15, deep = 64; // from this depth on few columns are taken by pairs of rows
+// Columns that fill no tile are few; from this depth on they are taken by pairs of rows.
+constexpr int64_t few_columns = 5, deep = 64;
 
 // Half q of eight steps of a pair of rows: steps 4h + 2q and the next one in half h of the register, row beside row.
 template <int q> inline __m256 pair_steps(__m256 x0, __m256 x1)
