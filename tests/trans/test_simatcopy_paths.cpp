@@ -46,24 +46,43 @@ protected:
     }
 };
 
-TEST_F(simatcopy, all_shapes_to_40_with_least_and_padded_lines)
+TEST_F(simatcopy, all_shapes_to_40_with_every_short_padding)
 {
     for (const members *m : trans_test::members_to_run())
         for (uint64_t rows = 0; rows <= 40; ++rows)
             for (uint64_t cols = 0; cols <= 40; ++cols)
                 for (const char *form : {"CN", "CT", "RN", "RT"})
-                    for (uint64_t pads : {0, 1, 2}) {
-                        copy_case c{form[0], form[1], rows, cols, (rows + cols) % 2 == 0 ? 1.0f : 2.0f, 0, 0};
-                        c.lda = c.least_lda() + (pads == 0 ? 0 : (rows + pads) % 4);
-                        c.ldb = c.least_ldb() + (pads == 0 ? 0 : (cols + 2 * pads) % 4);
-                        if (c.lda == 0 || c.ldb == 0)
-                            continue;
-                        check(*m, c, (rows + pads) % 2 == 0);
-                        c.alpha = 3.0f - c.alpha;
-                        check(*m, c, (rows + pads) % 2 != 0);
-                        if (HasFatalFailure())
-                            return;
-                    }
+                    for (uint64_t pads = 0; pads < 16; ++pads)
+                        for (float alpha : {1.0f, 2.0f}) {
+                            copy_case c{form[0], form[1], rows, cols, alpha, 0, 0};
+                            c.lda = c.least_lda() + pads % 4;
+                            c.ldb = c.least_ldb() + pads / 4;
+                            if (c.lda == 0 || c.ldb == 0)
+                                continue;
+                            check(*m, c, (rows + pads + (alpha == 1.0f ? 0 : 1)) % 2 == 0);
+                            if (HasFatalFailure())
+                                return;
+                        }
+}
+
+// Sizes around powers of two, both ways between lines of the least length and up to three elements more.
+TEST_F(simatcopy, sizes_around_powers_of_two_with_every_short_padding)
+{
+    std::vector<uint64_t> sizes = {63, 64, 65, 127, 128, 129};
+    if (tesh_test::in_medium_set())
+        sizes.insert(sizes.end(), {255, 256, 257, 511, 512, 513});
+    if (tesh_test::in_long_set())
+        sizes.insert(sizes.end(), {1023, 1024, 1025});
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t n : sizes)
+            for (uint64_t pads = 0; pads < 16; ++pads) {
+                const uint64_t pad_a = pads % 4, pad_b = pads / 4;
+                check(*m, {'R', 'T', n, n, 1.0f, n + pad_a, n + pad_b}, false);
+                check(*m, {'C', 'N', n, n, 2.0f, n + pad_a, n + pad_b}, true);
+                check(*m, {'C', 'T', n, n + 1, 2.0f, n + pad_a, n + 1 + pad_b}, true);
+                if (HasFatalFailure())
+                    return;
+            }
 }
 
 TEST_F(simatcopy, squares_with_equal_lines)
@@ -114,24 +133,28 @@ TEST_F(simatcopy, large_squares)
             }
 }
 
-TEST_F(simatcopy, square_of_8192)
+TEST_F(simatcopy, squares_of_8192_with_every_short_padding)
 {
     if (!tesh_test::in_long_set())
         GTEST_SKIP() << "of the long set";
-    for (uint64_t n : {8191, 8192, 8193}) {
-        arena large(n * n);
-        for (const members *m : trans_test::members_to_run()) {
-            float *a = large.cut(n * n, true);
-            const auto value = [=](uint64_t i, uint64_t j) { return static_cast<float>((i * n + j) % 16777213); };
-            for (uint64_t i = 0; i < n; ++i)
-                for (uint64_t j = 0; j < n; ++j)
-                    a[i * n + j] = value(i, j);
-            m->simatcopy('R', 'T', n, n, 1.0f, a, n, n);
-            for (uint64_t i = 0; i < n; ++i)
-                for (uint64_t j = 0; j < n; ++j)
-                    ASSERT_EQ(a[j * n + i], value(i, j)) << m->path << ' ' << n;
+    for (uint64_t n : {8191, 8192, 8193})
+        for (uint64_t lead = n; lead < n + 4; ++lead) {
+            arena large(n * lead);
+            for (const members *m : trans_test::members_to_run()) {
+                float *a = large.cut(n * lead, true);
+                const auto value = [=](uint64_t i, uint64_t j) { return static_cast<float>((i * n + j) % 16777213); };
+                for (uint64_t i = 0; i < n; ++i)
+                    for (uint64_t j = 0; j < n; ++j)
+                        a[i * lead + j] = value(i, j);
+                m->simatcopy('R', 'T', n, n, 1.0f, a, lead, lead);
+                for (uint64_t i = 0; i < n; ++i) {
+                    for (uint64_t j = 0; j < n; ++j)
+                        ASSERT_EQ(a[j * lead + i], value(i, j)) << m->path << ' ' << n << ' ' << lead;
+                    for (uint64_t j = n; j < lead; ++j)
+                        ASSERT_EQ(std::memcmp(a + i * lead + j, &trans_test::canary_bits, 4), 0) << m->path << ' ' << n;
+                }
+            }
         }
-    }
 }
 
 TEST_F(simatcopy, tiles_direct_entry)
