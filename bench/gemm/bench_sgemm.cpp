@@ -35,23 +35,26 @@ struct shape {
     char transa, transb;
     int64_t m, n, k;
     float beta;
-    std::string ld; // "least", "padded" (to 16 elements more than the least), or the number
+    std::string ld;         // "least", "padded" (to 16 elements more than the least), or the number
+    std::int64_t batch = 1; // products that a turn computes, each on operands of its own; times are those of one
 };
 
 struct storage {
-    int64_t ld;
+    int64_t ld, step; // step: to the matrix of the next product [elements]
     std::unique_ptr<float, decltype(&std::free)> data{nullptr, &std::free};
-    storage(int64_t rows, int64_t columns, const std::string &kind, std::mt19937 &generator)
-        : ld(kind == "least"    ? rows
-             : kind == "padded" ? rows + 16
-                                : std::max<int64_t>(rows, std::atol(kind.c_str())))
+    storage(int64_t rows, int64_t columns, const shape &s, std::mt19937 &generator)
+        : ld(s.ld == "least"    ? rows
+             : s.ld == "padded" ? rows + 16
+                                : std::max<int64_t>(rows, std::atol(s.ld.c_str()))),
+          step(ld * columns)
     {
-        const std::size_t count = static_cast<std::size_t>(ld * columns);
+        const std::size_t count = static_cast<std::size_t>(step * s.batch);
         data.reset(static_cast<float *>(std::aligned_alloc(4096, (count * 4 + 4095) / 4096 * 4096)));
         std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
         for (std::size_t i = 0; i < count; ++i)
             data.get()[i] = uniform(generator);
     }
+    float *of(int64_t product) const { return data.get() + product * step; }
 };
 
 fortran_sgemm *path_routine(const std::string &isa)
@@ -71,17 +74,20 @@ double worst_error(const shape &s, const storage &a, const storage &b, const sto
     double worst = 0.0;
     for (int t = 0; t < 200; ++t) {
         const int64_t i = static_cast<int64_t>(generator()) % s.m, j = static_cast<int64_t>(generator()) % s.n;
+        const int64_t product = t % s.batch;
         double sum = 0.0, magnitude = 0.0;
         for (int64_t l = 0; l < s.k; ++l) {
-            const double x = a.data.get()[s.transa == 'N' ? i + l * a.ld : l + i * a.ld];
-            const double y = b.data.get()[s.transb == 'N' ? l + j * b.ld : j + l * b.ld];
+            const double x = a.of(product)[s.transa == 'N' ? i + l * a.ld : l + i * a.ld];
+            const double y = b.of(product)[s.transb == 'N' ? l + j * b.ld : j + l * b.ld];
             sum += x * y;
             magnitude += std::fabs(x * y);
         }
         const double before =
-            s.beta == 0.0f ? 0.0 : static_cast<double>(s.beta * old[static_cast<std::size_t>(i + j * c.ld)]);
+            s.beta == 0.0f
+                ? 0.0
+                : static_cast<double>(s.beta * old[static_cast<std::size_t>(product * c.step + i + j * c.ld)]);
         const double bound = static_cast<double>(s.k + 2) * 0x1p-24 * (magnitude + std::fabs(before));
-        worst = std::max(worst, std::fabs(sum + before - static_cast<double>(c.data.get()[i + j * c.ld])) / bound);
+        worst = std::max(worst, std::fabs(sum + before - static_cast<double>(c.of(product)[i + j * c.ld])) / bound);
     }
     return worst;
 }
@@ -98,7 +104,8 @@ limit binding_limit(const shape &s, const std::string &isa)
     const int lanes = tesh_bench::lanes(isa);
     const double bytes = 4.0 * static_cast<double>(s.m * s.k + s.k * s.n + (s.beta == 0.0f ? 1 : 2) * s.m * s.n);
     std::size_t footprint = 8192;
-    while (static_cast<double>(footprint) < bytes && footprint < tesh_bench::memory_footprint())
+    while (static_cast<double>(footprint) < bytes * static_cast<double>(s.batch) &&
+           footprint < tesh_bench::memory_footprint())
         footprint *= 2;
     const double compute = flops / tesh_bench::multiply_add_peak(lanes);
     const double move = bytes / tesh_bench::bandwidth(tesh_bench::traffic::load, lanes, footprint);
@@ -121,9 +128,12 @@ std::map<std::string, group> all_groups()
 {
     const std::vector<std::string> four = {"NN", "NT", "TN", "TT"};
     std::map<std::string, group> groups;
-    std::vector<int64_t> tiny, small, medium, large = {768, 1000, 1024, 1536, 2000, 2048, 3072, 4096};
+    std::vector<int64_t> tiny, between, small, medium, large = {768, 1000, 1024, 1536, 2000, 2048, 3072, 4096};
     for (int64_t size = 2; size <= 24; ++size)
         tiny.push_back(size);
+    for (int64_t size = 25; size <= 63; ++size)
+        if (size % 8 != 0 || size < 32)
+            between.push_back(size);
     for (int64_t size = 32; size <= 96; size += 8)
         small.push_back(size);
     for (int64_t size = 128; size <= 512; size += 64)
@@ -131,11 +141,15 @@ std::map<std::string, group> all_groups()
     for (const int64_t size : {200, 250, 300, 500}) // rests in rows and columns
         medium.push_back(size);
     add_squares(groups["tiny"], tiny, four, {0.0f}, {"least"});
+    add_squares(groups["between"], between, four, {0.0f}, {"least"}); // with tiny and small, every size up to 64
     add_squares(groups["small"], small, four, {0.0f}, {"least"});
     add_squares(groups["medium"], medium, four, {0.0f}, {"least"});
     add_squares(groups["large"], large, four, {0.0f}, {"least"});
     add_squares(groups["beta"], {24, 96, 384, 1536}, {"NN", "TN"}, {0.0f, 1.0f, 0.5f}, {"least"});
     add_squares(groups["ld"], {96, 384, 1024, 2048}, four, {1.0f}, {"least", "padded", "4096"});
+    add_squares(groups["batch"], {4, 8, 16, 32}, four, {0.0f, 1.0f}, {"least"});
+    for (shape &s : groups["batch"])
+        s.batch = 500;
     for (const int64_t k : {8, 16, 32, 64})
         for (const std::string &pair : four)
             groups["shallow"].push_back({pair[0], pair[1], 2000, 2000, k, 1.0f, "least"});
@@ -172,27 +186,36 @@ struct runner {
     {
         std::mt19937 generator(1);
         const bool na = s.transa == 'N', nb = s.transb == 'N';
-        storage a(na ? s.m : s.k, na ? s.k : s.m, s.ld, generator), b(nb ? s.k : s.n, nb ? s.n : s.k, s.ld, generator);
-        storage c(s.m, s.n, s.ld, generator);
-        const std::vector<float> old(c.data.get(), c.data.get() + c.ld * s.n);
+        storage a(na ? s.m : s.k, na ? s.k : s.m, s, generator), b(nb ? s.k : s.n, nb ? s.n : s.k, s, generator);
+        storage c(s.m, s.n, s, generator);
+        const std::vector<float> old(c.data.get(), c.of(s.batch));
         const float one = 1.0f;
-        const auto call = [&](fortran_sgemm *f, float beta) {
-            f(&s.transa, &s.transb, &s.m, &s.n, &s.k, &one, a.data.get(), &a.ld, b.data.get(), &b.ld, &beta,
-              c.data.get(), &c.ld, 1, 1);
+        const auto call = [&](fortran_sgemm *f, int64_t product) {
+            f(&s.transa, &s.transb, &s.m, &s.n, &s.k, &one, a.of(product), &a.ld, b.of(product), &b.ld, &s.beta,
+              c.of(product), &c.ld, 1, 1);
         };
-        call(ours, s.beta);
+        const auto turn = [&](fortran_sgemm *f) {
+            if (s.batch == 1)
+                return tesh_bench::contestant([&call, f] { call(f, 0); });
+            return tesh_bench::contestant([&call, &s, f] {
+                for (int64_t product = 0; product < s.batch; ++product)
+                    call(f, product);
+            });
+        };
+        turn(ours).work(1);
         const double error = worst_error(s, a, b, c, old);
-        std::vector<tesh_bench::contestant> all;
-        all.emplace_back([&] { call(ours, s.beta); });
-        for (const tesh_bench::peer &peer : peers) {
-            fortran_sgemm *theirs = peer.fortran<fortran_sgemm>("sgemm");
-            all.emplace_back([&call, &s, theirs] { call(theirs, s.beta); });
-        }
+        std::vector<tesh_bench::contestant> all = {turn(ours)};
+        for (const tesh_bench::peer &peer : peers)
+            all.push_back(turn(peer.fortran<fortran_sgemm>("sgemm")));
         const tesh_bench::peak_loop peak(tesh_bench::lanes(run.isa));
         all.emplace_back(peak);
         std::vector<tesh_bench::timing> times = tesh_bench::compare(all, run.case_ms);
-        const double peak_ratio = times.back().ratio;
+        const double peak_ratio = times.back().ratio * static_cast<double>(s.batch); // to the time of one product
         times.pop_back();
+        for (tesh_bench::timing &time : times) {
+            time.median /= static_cast<double>(s.batch);
+            time.best /= static_cast<double>(s.batch);
+        }
         const limit bound = binding_limit(s, run.isa);
         double ratio = 1e300;
         for (std::size_t p = 1; p < times.size(); ++p)

@@ -4,7 +4,7 @@
 set terminal svg size 720,420 font "sans,12" background "white"
 set output output
 set datafile separator ","
-set title sprintf("%s, %s, %s: share of the bandwidth at the same footprint", routine, kind, isa)
+set title sprintf("%s, %s, %s: share of the bandwidth at the same footprint", routine, kind, isa) noenhanced
 set xlabel "n"
 set ylabel "share (1: limit)"
 set logscale x 2

@@ -8,16 +8,19 @@ namespace
 {
 using tesh_bench::matcopy_case;
 
-constexpr std::int64_t peer_rows_most = 100000;
+constexpr std::int64_t peer_ldb_most = 100000;
 
 std::vector<matcopy_case> cases(const std::string &set)
 {
     std::vector<matcopy_case> list;
     const bool all = set == "all";
-    if (all || set == "square")
+    if (all || set == "square") {
         for (std::int64_t n :
              {16, 32, 64, 128, 200, 256, 257, 500, 512, 1000, 1024, 2000, 2048, 4000, 4096, 8000, 8192})
             list.push_back({"square", 'C', 'T', n, n, 1.0f, 0, 0});
+        for (std::int64_t n : {256, 1000, 1024, 4096})
+            list.push_back({"square", 'R', 'T', n, n, 1.0f, 0, 0});
+    }
     if (all || set == "padded")
         for (std::int64_t n : {256, 512, 1000, 1024, 2048, 4096, 8192})
             list.push_back({"padded", 'C', 'T', n, n, 1.0f, 16, 16});
@@ -25,9 +28,11 @@ std::vector<matcopy_case> cases(const std::string &set)
         for (std::int64_t n : {16, 64, 128, 256, 1000, 1024, 2048, 4096, 8192})
             list.push_back({"scaled", 'C', 'T', n, n, -1.0f, 0, 0});
     if (all || set == "rectangle")
-        for (auto [m, n] : {std::pair(4, 250000), std::pair(30, 40), std::pair(100, 10000), std::pair(250000, 4),
-                            std::pair(1000, 3000)})
-            list.push_back({"rectangle", 'R', 'T', m, n, 1.0f, 0, 0});
+        for (char ordering : {'R', 'C'})
+            for (float alpha : {1.0f, -1.0f})
+                for (auto [m, n] : {std::pair(4, 250000), std::pair(30, 40), std::pair(100, 10000),
+                                    std::pair(250000, 4), std::pair(1000, 3000)})
+                    list.push_back({"rectangle", ordering, 'T', m, n, alpha, 0, 0});
     if (all || set == "copy")
         for (std::int64_t n : {64, 256, 1000, 2048, 4096}) {
             list.push_back({"block", 'R', 'N', n, n, -1.0f, 0, 0});
@@ -67,8 +72,8 @@ int main(int argc, char **argv)
         });
         if (square)
             contestants.emplace_back([=, ab = array.data()] { tesh_bench::plain_blocked_square(c, ab); });
-        // OpenBLAS 0.3.21 ends the process with "Memory alloc failed" at 250000 x 4.
-        const bool fits = square || c.rows < peer_rows_most;
+        // OpenBLAS 0.3.21 ends the process with "Memory alloc failed" at 250000 x 4 by rows, and at 4 x 250000 by columns.
+        const bool fits = square || c.ldb() < peer_ldb_most;
         if (openblas != nullptr && fits)
             contestants.emplace_back([=, ab = array.data()] {
                 openblas(&c.ordering, &c.trans, &c.rows, &c.cols, &c.alpha, ab, &lda, &ldb);

@@ -24,13 +24,16 @@ std::vector<matcopy_case> cases(const std::string &set)
                  {std::pair(4, 250000), std::pair(250000, 4), std::pair(100, 10000), std::pair(1000, 3000)})
                 list.push_back({"rectangle", ordering, 'T', m, n, 1.0f, 0, 0});
     if (all || set == "padded")
-        for (std::int64_t n : {256, 512, 1024, 2048, 4096, 8192})
-            list.push_back({"padded", 'R', 'T', n, n, 1.0f, 16, 16});
+        for (char ordering : {'R', 'C'})
+            for (std::int64_t n : {256, 512, 1024, 2048, 4096, 8192})
+                list.push_back({"padded", ordering, 'T', n, n, 1.0f, 16, 16});
     if (all || set == "scaled") {
         for (std::int64_t n : {16, 64, 256, 1000, 1024, 2048, 4096, 8192})
             list.push_back({"scaled", 'R', 'T', n, n, 2.0f, 0, 0});
-        for (auto [m, n] : {std::pair(4, 250000), std::pair(250000, 4), std::pair(100, 10000), std::pair(1000, 3000)})
-            list.push_back({"scaled", 'R', 'T', m, n, 2.0f, 0, 0});
+        for (char ordering : {'R', 'C'})
+            for (auto [m, n] :
+                 {std::pair(4, 250000), std::pair(250000, 4), std::pair(100, 10000), std::pair(1000, 3000)})
+                list.push_back({"scaled", ordering, 'T', m, n, 2.0f, 0, 0});
     }
     if (all || set == "copy") {
         for (std::int64_t n : {64, 256, 1000, 2048, 4096})
