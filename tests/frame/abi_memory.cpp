@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -58,6 +59,10 @@ bool call_everything(const product &small, const product &large)
     float y[3] = {1, 1, 1};
     saxpby_(&count, &alpha, x, &one, &beta, y, &one);
     good = good && y[0] == 5.0f && y[1] == 7.0f && y[2] == 9.0f;
+    float rows[6] = {1, 2, 3, 4, 5, 6}, columns[6];
+    TESH_Somatcopy('R', 'T', 2, 3, 2.0f, rows, 3, columns, 2);
+    TESH_Simatcopy('R', 'T', 2, 3, 2.0f, rows, 3, 2);
+    good = good && std::memcmp(rows, columns, sizeof rows) == 0 && columns[1] == 8.0f && lsame("n", "N", 1, 1) != 0;
     tesh_serv_deallocate(tesh_serv_allocate(5000, 64));
     tesh_serv_free(tesh_serv_realloc(tesh_serv_malloc(100, 64), 5000));
     tesh_serv_cbwr_get(-1);
