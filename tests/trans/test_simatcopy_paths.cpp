@@ -43,6 +43,7 @@ protected:
         const bool payloads = c.alpha == 1.0f && moves_ones(c);
         ASSERT_EQ(first_difference(a, expected_.data(), expected_.size(), payloads), expected_.size())
             << m.path << ' ' << c.name() << (at_end ? " at end" : " at start");
+        ASSERT_TRUE(arena_.is_whole_around_cut()) << m.path << ' ' << c.name();
     }
 };
 

@@ -46,6 +46,7 @@ protected:
         const size_t at = first_difference(b, expected_.data(), expected_.size(), c.alpha == 1.0f);
         ASSERT_EQ(at, expected_.size()) << m.path << ' ' << c.name() << (at_end ? " at end" : " at start") << " shift "
                                         << shift;
+        ASSERT_TRUE(to_.is_whole_around_cut()) << m.path << ' ' << c.name() << " shift " << shift;
         ASSERT_EQ(first_difference(a, source_.data(), source_.size()), source_.size()) << "A was written";
     }
 
@@ -58,7 +59,7 @@ protected:
                 c.ldb = c.least_ldb() + pad_b;
                 if (c.lda == 0 || c.ldb == 0)
                     continue;
-                check(m, c, (rows + cols) % 2 == 0, (rows + pad_a) % 17);
+                check(m, c, (rows + cols + pad_b) % 2 == 0, (rows + pad_a) % 17);
                 if (testing::Test::HasFatalFailure())
                     return;
             }

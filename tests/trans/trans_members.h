@@ -3,6 +3,7 @@
 #pragma once
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -48,10 +49,15 @@ public:
     arena &operator=(const arena &) = delete;
     // count elements, all canaries; ends at the guard page less shift elements, or begins behind one plus shift.
     float *cut(size_t count, bool at_end, size_t shift = 0);
+    // Canaries stand around the last cut, too, as far as the arena goes: whether all are as they were.
+    bool is_whole_around_cut() const;
 
 private:
-    float *data_;
+    static constexpr size_t margin = 64;              // [elements]
+    float *data_, *begin_ = nullptr, *end_ = nullptr; // of the arena, of the last cut
     size_t floats_;
+    float *outer_begin() const { return size_t(begin_ - data_) < margin ? data_ : begin_ - margin; }
+    float *outer_end() const { return size_t(data_ + floats_ - end_) < margin ? data_ + floats_ : end_ + margin; }
 };
 
 struct copy_case {
@@ -148,10 +154,17 @@ inline float *arena::cut(size_t count, bool at_end, size_t shift)
         std::printf("arena of %zu floats: asked for %zu\n", floats_, count + shift);
         std::abort();
     }
-    float *p = at_end ? data_ + floats_ - shift - count : data_ + shift;
-    for (size_t k = 0; k < count; ++k)
-        std::memcpy(p + k, &canary_bits, sizeof canary_bits);
-    return p;
+    begin_ = at_end ? data_ + floats_ - shift - count : data_ + shift;
+    end_ = begin_ + count;
+    for (float *p = outer_begin(); p != outer_end(); ++p)
+        std::memcpy(p, &canary_bits, sizeof canary_bits);
+    return begin_;
+}
+
+inline bool arena::is_whole_around_cut() const
+{
+    const auto written = [](const float &x) { return std::memcmp(&x, &canary_bits, sizeof canary_bits) != 0; };
+    return std::none_of(outer_begin(), begin_, written) && std::none_of(end_, outer_end(), written);
 }
 
 inline std::string copy_case::name() const
