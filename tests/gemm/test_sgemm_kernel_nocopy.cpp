@@ -80,17 +80,19 @@ std::size_t stack_of(const std::function<void()> &body)
     return bytes - untouched;
 }
 
+// From a depth of 16 on tiles of few sums have several sets of them.
 TEST_P(sgemm_kernel_nocopy, every_m_and_n_up_to_the_tile_and_beyond)
 {
     for (std::int64_t m = 1; m <= p.tile_m + 17; ++m)
         for (std::int64_t n = 1; n <= 2 * p.tile_n + 2; ++n)
-            for (int transposition = 0; transposition < 4; ++transposition) {
-                const int form = static_cast<int>((m + n + transposition) % 3);
-                gemm_shape s = shape(m, n, (m + n) % 2 == 0 ? 3 : 9, m % 3);
-                s.alpha = n % 2 == 0 ? 1.0f : -0.7f;
-                if (!check(s, transposition, form))
-                    return;
-            }
+            for (int transposition = 0; transposition < 4; ++transposition)
+                for (const std::int64_t k : {(m + n) % 2 * 6 + 3, 16 + (m + 3 * n) % 24}) {
+                    const int form = static_cast<int>((m + n + transposition) % 3);
+                    gemm_shape s = shape(m, n, k, m % 3);
+                    s.alpha = n % 2 == 0 ? 1.0f : -0.7f;
+                    if (!check(s, transposition, form))
+                        return;
+                }
 }
 
 TEST_P(sgemm_kernel_nocopy, every_class_and_beta_form_on_tiles_and_their_tails)

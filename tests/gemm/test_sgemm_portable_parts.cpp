@@ -251,7 +251,7 @@ TEST_P(portable_parts, inner_products_by_beta)
 {
     for (const std::int64_t m : {8, 16, 24, 40}) {
         for (const std::int64_t n : {4, 8, 12}) {
-            for (const std::int64_t k : {0, 4, 8, 12, 112}) {
+            for (const std::int64_t k : {0, 4, 8, 12, 16, 20, 108, 112}) {
                 for (const int form : {0, 1, 2, 3}) {
                     tile_test x(m, n, k, k % 8 == 0 ? guard::at_end : guard::at_start);
                     guarded_array<float> work(static_cast<std::size_t>(16 * k));

@@ -263,7 +263,7 @@ TEST_F(mc3, kernels_give_one_sum_in_order_for_every_tile_and_tail)
     for (mc3_gemm_kernel_fn *kernel : {tesh_blas_mc3_sgemm_ker0, tesh_blas_mc3_sgemm_ker0_pst})
         for (int64_t m = 1; m <= 9; ++m)
             for (int64_t n = 1; n <= 17; ++n)
-                for (int64_t k = 0; k <= 20; k += (n % 4 == 0 ? 1 : 5)) {
+                for (int64_t k = 0; k <= 20; ++k) {
                     check_kernel(kernel, m, n, k, m % 2 == 0 ? guard::at_end : guard::at_start);
                     if (HasFatalFailure())
                         return;
