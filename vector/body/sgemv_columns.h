@@ -209,6 +209,13 @@ template <int columns> struct column_pointers {
         for (int g = 0; g < groups; ++g)
             group[g] += 4 * rows;
     }
+    // To the columns behind these.
+    inline void next()
+    {
+#pragma GCC unroll 4
+        for (int g = 0; g < groups; ++g)
+            group[g] += columns * stride;
+    }
     // Column c, some rows behind the one that the pointers stand at.
     inline const float *at(int c, int rows = 0) const
     {
