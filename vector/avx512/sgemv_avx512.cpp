@@ -51,14 +51,27 @@ template <class access_type> [[gnu::noinline]] void scale_elements(const sgemv_c
     int64_t i = 0;
     for (; i + 16 <= call.y_count; i += 16)
         scale(call.y + i * access.inc, 0xffff);
-    if (i < call.y_count)
-        scale(call.y + i * access.inc, vec_avx512::first(call.y_count - i));
+    if (i == call.y_count)
+        return;
+    if constexpr (access_type::dense) {
+        if (call.y_count - i == 8) { // without a mask, as the product loads these eight
+            float *const y = call.y + i;
+            __m256 scaled = _mm256_setzero_ps();
+            if (call.beta != 0.0f)
+                scaled = _mm256_mul_ps(_mm256_loadu_ps(y), _mm256_set1_ps(call.beta));
+            _mm256_storeu_ps(y, scaled);
+            return;
+        }
+    }
+    scale(call.y + i * access.inc, vec_avx512::first(call.y_count - i));
 }
 
-// y := beta*y, for beta not 1.
+// y := beta*y, for beta not 1. A lone element is stored as such: a load that follows a store under a mask waits for it.
 inline void scale_y(const sgemv_call &call)
 {
-    if (call.incy == 1)
+    if (call.y_count == 1)
+        store_one(call.y, call.beta == 0.0f ? 0.0f : call.beta * load_one(call.y));
+    else if (call.incy == 1)
         scale_elements<contiguous_16>(call);
     else if (call.incy == 0)
         store_one(call.y, call.beta == 0.0f ? 0.0f : times_power(load_one(call.y), call.beta, call.y_count));
@@ -443,7 +456,17 @@ template <int columns, int round>
     return j;
 }
 
-// y += alpha*A^T*x.
+// y += alpha*A^T*x for at most 8 rows.
+template <class access_type> [[gnu::noinline]] void add_product_of_brief_columns(const sgemv_call &call)
+{
+    const __m512 x_rows = access_type(call.incx).load(call.x, vec_avx512::first(call.m));
+    if (call.m <= 4)
+        add_brief_dots<4>(call, x_rows);
+    else
+        add_brief_dots<2>(call, x_rows);
+}
+
+// y += alpha*A^T*x for more rows.
 template <class access_type> [[gnu::noinline]] void add_product_transposed(const sgemv_call &call)
 {
     const access_type access(call.incx);
@@ -451,10 +474,6 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
     const float alpha = call.alpha, *const x = call.x, *a = call.a;
     float *y = call.y;
     int64_t n = call.n;
-    if (call.m <= 8) {
-        const __m512 x_rows = access.load(x, vec_avx512::first(call.m));
-        return call.m <= 4 ? add_brief_dots<4>(call, x_rows) : add_brief_dots<2>(call, x_rows);
-    }
     const bool columns_share_alignment = lda % 16 == 0 && word_aligned(a);
     const int64_t in_front = static_cast<int64_t>(reinterpret_cast<uintptr_t>(a) % 64 / sizeof(float));
     row_pieces rows = cut_rows(call.m, n, lda, columns_share_alignment ? in_front : 0);
@@ -491,14 +510,21 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
     if (n % 2 == 1)
         add_dots(number<1>(), number<4>());
 }
+template <class access_type> inline void add_transposed_by(const sgemv_call &call)
+{
+    if (call.m <= 8)
+        add_product_of_brief_columns<access_type>(call);
+    else
+        add_product_transposed<access_type>(call);
+}
 inline void add_transposed(const sgemv_call &call)
 {
     if (call.incx == 1)
-        add_product_transposed<contiguous_16>(call);
+        add_transposed_by<contiguous_16>(call);
     else if (fits_stride_32(call.incx))
-        add_product_transposed<stride_32>(call);
+        add_transposed_by<stride_32>(call);
     else
-        add_product_transposed<stride_64>(call);
+        add_transposed_by<stride_64>(call);
 }
 
 inline void add_plain(const sgemv_call &call)
