@@ -31,8 +31,9 @@ bool is_t(const char *trans)
 
 // A few rows, many columns: one matrix-vector product per row of C and slab of the depth. The slab is the outer loop,
 // so that its part of B is read from cache by all rows but the first.
-void narrow_product(int64_t m, const int64_t *n, int64_t k, const float *alpha, const float *a, const int64_t *lda,
-                    const float *b, const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+[[gnu::noinline]] void narrow_product(int64_t m, const int64_t *n, int64_t k, const float *alpha, const float *a,
+                                      const int64_t *lda, const float *b, const int64_t *ldb, const float *beta,
+                                      float *c, const int64_t *ldc)
 {
     for (int64_t k0 = 0; k0 < k; k0 += narrow_slab) {
         const int64_t kb = k0 + narrow_slab < k ? narrow_slab : k - k0;
@@ -65,13 +66,12 @@ void rank_1_update(const char *transa, const char *transb, const int64_t *m, con
     tesh_blas_sgemmger(transa, transb, m, n, alpha, a, &inca, b, &incb, beta, c, ldc);
 }
 
-// Every test in its order.
-[[gnu::noinline]] void by_shape(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
-                                const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
-                                const float *b, const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+// Every test behind that for an empty C, in its order.
+[[gnu::noinline]] void by_thin_shape(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                     const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
+                                     const float *b, const int64_t *ldb, const float *beta, float *c,
+                                     const int64_t *ldc)
 {
-    if (*m <= 0 || *n <= 0)
-        return;
     if ((tesh_serv_cbwr_get(-1) & reproducible_bit) != 0 || *k == 0)
         return tesh_blas_xsgemm(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 
@@ -96,6 +96,15 @@ void rank_1_update(const char *transa, const char *transb, const int64_t *m, con
     if (*k == 1)
         return rank_1_update(transa, transb, m, n, alpha, a, lda, b, ldb, beta, c, ldc);
     return tesh_blas_xsgemm(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+
+// Every test. An empty C is told before any argument on the stack is loaded.
+[[gnu::noinline]] void by_shape(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
+                                const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
+                                const float *b, const int64_t *ldb, const float *beta, float *c, const int64_t *ldc)
+{
+    if (*m > 0 && *n > 0)
+        by_thin_shape(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 
 // Whether no test of by_shape can take the product away from the code path, whatever the reproducibility setting. Without

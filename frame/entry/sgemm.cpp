@@ -53,10 +53,9 @@ bool sgemm_is_silent()
 
 // A silent call with right arguments is a row of tests and a jump; all else goes through the frame in full, which makes
 // them again.
-[[gnu::noinline]] void sgemm_by_front(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
-                                      const int64_t *k, const float *alpha, const float *a, const int64_t *lda,
-                                      const float *b, const int64_t *ldb, const float *beta, float *c,
-                                      const int64_t *ldc)
+inline void sgemm_by_front(const char *transa, const char *transb, const int64_t *m, const int64_t *n, const int64_t *k,
+                           const float *alpha, const float *a, const int64_t *lda, const float *b, const int64_t *ldb,
+                           const float *beta, float *c, const int64_t *ldc)
 {
     const bool plain = sgemm_is_silent() && gemm_bad_argument(transa, transb, m, n, k, lda, ldb, ldc) == 0;
     const auto next = __builtin_expect(plain, 1) ? tesh_blas_sgemm : sgemm_in_full;
