@@ -12,7 +12,7 @@ struct peak_loops {
     traffic_loop *traffic[6]; // by the value of enum traffic
 };
 extern const peak_loops peak_loops_def, peak_loops_avx2, peak_loops_avx512;
-constexpr int64_t multiply_adds_per_round = 12; // [count] of whole registers
+constexpr int64_t multiply_adds_per_round = 14; // [count] of whole registers
 
 // The loop of multiply-adds in registers, long enough to time: runs in turn with what is held against the peak, so that a
 // change of the clock's frequency changes both.
