@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] += A[m x k] * B[k x n] on a packed pair (b0: C = A*B, C is not read); alpha is in A, beta in C
-// registers  full tile 24 x 4: 12 accumulators + 3 of A + 1 broadcast of B = 16 of 16
+// registers  full tile 24 x 4: 12 accumulators + 3 of A + 1 broadcast of B = 16 of 16; the panels of 16 and 8 rows have 12
+//            accumulators too, for two tiles of 6 columns go over three B panels
 // layout     A in panels of 24, 16, 8, 4, 2, 1 rows, B in panels of 4, 2, 1 columns; C column-major, any alignment
 // loop       depth unrolled by 4, remainder by 1; one chain of sums per element in the order of depth, but for the panel
 //            of 8 rows, whose plain form adds even and odd steps apart; the cnr form has one chain there too
@@ -51,9 +52,9 @@ template <bool read_c, int tail_sets>
     for (; m >= p::panel_m; m -= p::panel_m)
         pair.rows<p, lanes<8>, 3, read_c>();
     if (m & 16)
-        pair.rows<p, lanes<8>, 2, read_c>();
+        pair.rows<p, lanes<8>, 2, read_c, 1, true>();
     if (m & 8)
-        pair.rows<p, lanes<8>, 1, read_c, tail_sets>();
+        pair.rows<p, lanes<8>, 1, read_c, tail_sets, true>();
     if (m & 4)
         narrow_rows<p, lanes<8>, 4, 4, read_c>(pair);
     if (m & 2)

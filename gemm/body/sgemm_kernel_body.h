@@ -17,17 +17,33 @@
 
 namespace
 {
-// What one depth step of a tile does: acc[j][i] += a[i] * b[j].
-template <class v, int rv, int cols>
-[[gnu::always_inline]] inline void tile_step(typename v::reg (&acc)[cols][rv], const float *a, const float *b)
+// What one depth step of a tile does: acc[j][i] += a[i] * b[j]. Columns from split on stand in the next panel, beyond
+// elements further.
+template <class v, int rv, int cols, int split>
+[[gnu::always_inline]] inline void tile_step(typename v::reg (&acc)[cols][rv], const float *a, const float *b,
+                                             int64_t beyond)
 {
     typename v::reg av[rv];
 #pragma GCC unroll 4
     for (int i = 0; i < rv; ++i)
         av[i] = v::load(a + i * v::width);
+    const auto element = [&](int j) __attribute__((always_inline))
+    {
+        return v::broadcast(j < split ? b + j : b + beyond + j);
+    };
+    if constexpr (rv == 1 && split < cols) {
+        // With one register of rows, loading each element for itself takes longer than multiplying it. Two come out of one
+        // load of a panel's four; three would take a register too many.
+        constexpr int from = split % 4;
+        const typename v::reg four = v::four(from < split ? b + from : b + beyond + from);
+#pragma GCC unroll 8
+        for (int j = 0; j < cols; ++j)
+            v::accumulate(acc[j][0], av[0], j == from || j == from + 1 ? v::spread(four, j - from) : element(j));
+        return;
+    }
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j) {
-        const typename v::reg bj = v::broadcast(b + j);
+        const typename v::reg bj = element(j);
 #pragma GCC unroll 4
         for (int i = 0; i < rv; ++i)
             v::accumulate(acc[j][i], av[i], bj);
@@ -56,12 +72,14 @@ template <class p, int cols> struct c_fetch {
 };
 
 // One tile: rv registers of rows, cols columns, the whole depth. With two sets of sums even and odd depth steps add up
-// apart, so that a tile of few registers does not wait for its own sums.
-template <class p, class v, int rv, int cols, bool read_c, int sets>
+// apart, so that a tile of few registers does not wait for its own sums. A tile of more columns than the panel gives, from
+// b on, takes those from split on out of the next panel.
+template <class p, class v, int rv, int cols, bool read_c, int sets, int split = cols>
 [[gnu::always_inline]] inline void tile(int64_t depth, const float *a, const float *b, float *c, int64_t ldc,
                                         const char *&next_a)
 {
-    constexpr int rows = rv * v::width;
+    constexpr int rows = rv * v::width, b_step = split < cols ? p::panel_n : cols;
+    const int64_t beyond = p::panel_n * (depth - 1);
     typename v::reg acc[sets][cols][rv];
 #pragma GCC unroll 2
     for (int s = 0; s < sets; ++s)
@@ -81,17 +99,19 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
     const auto group = [&]() __attribute__((always_inline))
     {
         _mm_prefetch(reinterpret_cast<const char *>(b + p::b_ahead), _MM_HINT_T0);
-        if constexpr (cols * 4 > 16)
+        if constexpr (b_step * 4 > 16)
             _mm_prefetch(reinterpret_cast<const char *>(b + p::b_ahead + 16), _MM_HINT_T0);
+        if constexpr (split < cols)
+            _mm_prefetch(reinterpret_cast<const char *>(b + beyond + p::b_ahead), _MM_HINT_T0);
 #pragma GCC unroll 4
         for (int l = 0; l < 4; ++l) {
             if constexpr (p::a_ahead > 0)
                 if (l % 2 == 0)
                     _mm_prefetch(reinterpret_cast<const char *>(a + l * rows + p::a_ahead), _MM_HINT_T0);
-            tile_step<v, rv, cols>(acc[l % sets], a + l * rows, b + l * cols);
+            tile_step<v, rv, cols, split>(acc[l % sets], a + l * rows, b + l * b_step, beyond);
         }
         a += 4 * rows;
-        b += 4 * cols;
+        b += 4 * b_step;
     };
 
     int64_t groups = depth >> 2;
@@ -110,11 +130,11 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
             fetch.step();
         group();
     }
-    for (int64_t l = depth & ~INT64_C(3); l < depth; ++l, a += rows, b += cols) {
+    for (int64_t l = depth & ~INT64_C(3); l < depth; ++l, a += rows, b += b_step) {
         if (sets == 1 || l % 2 == 0)
-            tile_step<v, rv, cols>(acc[0], a, b);
+            tile_step<v, rv, cols, split>(acc[0], a, b, beyond);
         else
-            tile_step<v, rv, cols>(acc[sets - 1], a, b);
+            tile_step<v, rv, cols, split>(acc[sets - 1], a, b, beyond);
     }
 
 #pragma GCC unroll 8
@@ -130,11 +150,20 @@ template <class p, class v, int rv, int cols, bool read_c, int sets>
         }
 }
 
-// One row panel against all column panels of the B block.
-template <class p, class v, int rv, bool read_c, int sets = 1>
+// One row panel against all column panels of the B block. Where a panel of columns gives too few sums to keep the
+// multipliers busy, two tiles share three panels.
+template <class p, class v, int rv, bool read_c, int sets = 1, bool shares_panels = false>
 [[gnu::noinline]] void row_panel(int64_t n, int64_t depth, const float *a, const float *b, float *c, int64_t ldc)
 {
     const char *next_a = reinterpret_cast<const char *>(a + depth * rv * v::width);
+    if constexpr (shares_panels) {
+        constexpr int half = p::panel_n / 2, cols = p::panel_n + half;
+        for (; n >= 2 * cols; n -= 2 * cols, b += 3 * p::panel_n * depth, c += 2 * cols * ldc) {
+            tile<p, v, rv, cols, read_c, sets, p::panel_n>(depth, a, b, c, ldc, next_a);
+            tile<p, v, rv, cols, read_c, sets, half>(depth, a, b + p::panel_n * depth + half, c + cols * ldc, ldc,
+                                                     next_a);
+        }
+    }
     for (; n >= p::panel_n; n -= p::panel_n, b += p::panel_n * depth, c += p::panel_n * ldc)
         tile<p, v, rv, p::panel_n, read_c, sets>(depth, a, b, c, ldc, next_a);
     if constexpr (p::panel_n > 4)
@@ -158,9 +187,10 @@ struct packed_pair {
     const float *a, *b;
     float *c;
     int64_t ldc;
-    template <class p, class v, int rv, bool read_c, int sets = 1> [[gnu::always_inline]] inline void rows()
+    template <class p, class v, int rv, bool read_c, int sets = 1, bool shares_panels = false>
+    [[gnu::always_inline]] inline void rows()
     {
-        row_panel<p, v, rv, read_c, sets>(n, depth, a, b, c, ldc);
+        row_panel<p, v, rv, read_c, sets, shares_panels>(n, depth, a, b, c, ldc);
         a += rv * v::width * depth;
         c += rv * v::width;
     }

@@ -16,6 +16,9 @@ template <int count> struct lanes;
 // instruction that names its sum keeps each accumulator in one register.
 template <> struct lanes<8> : vec_avx2 {
     static inline reg flip(reg x) { return _mm256_xor_ps(x, _mm256_set1_ps(-0.0f)); }
+    // Four floats in both halves, and float 0 or 1 of them in all lanes.
+    static inline reg four(const float *p) { return _mm256_broadcast_ps(reinterpret_cast<const __m128 *>(p)); }
+    static inline reg spread(reg x, int i) { return i == 0 ? _mm256_permute_ps(x, 0x00) : _mm256_permute_ps(x, 0x55); }
     static inline __m128 low(reg x) { return _mm256_castps256_ps128(x); }
     static inline __m128 high(reg x) { return _mm256_extractf128_ps(x, 1); }
     static inline void accumulate(reg &z, reg x, reg y)

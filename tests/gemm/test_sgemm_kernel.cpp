@@ -116,7 +116,8 @@ TEST_P(sgemm_kernel, every_m_and_n_up_to_the_tile_and_beyond)
 
 TEST_P(sgemm_kernel, blocks_of_several_panels_with_every_tail)
 {
-    for (const std::int64_t m : {2 * p.panel_m - 1, 2 * p.panel_m, 2 * p.panel_m + 1, 3 * p.panel_m - 1}) {
+    for (const std::int64_t m :
+         {2 * p.panel_m - 1, 2 * p.panel_m, 2 * p.panel_m + 1, 2 * p.panel_m + 8, 3 * p.panel_m - 1}) {
         for (std::int64_t n = 2 * p.panel_n; n <= 4 * p.panel_n; ++n) {
             check({m, n, 21, 1}, false);
             if (HasFatalFailure())
@@ -166,7 +167,7 @@ TEST_P(sgemm_kernel, c_of_any_alignment)
 // Where a row lies in its block decides its panel's width. The reproducible forms give it the same bits everywhere.
 TEST_P(sgemm_kernel, cnr_row_has_the_same_bits_wherever_it_lies)
 {
-    const std::int64_t k = 131, n = p.panel_n + 3, most = 2 * p.panel_m;
+    const std::int64_t k = 131, n = 4 * p.panel_n + 3, most = 2 * p.panel_m;
     const std::vector<float> bv = values(k, n, 2, false);
     const std::vector<float> row = values(k, 1, 3, false);
     const packed b(bv, k, n, tesh_test::panel_widths(n, p.panel_n, p.b_tails), guard::at_end);
@@ -207,7 +208,7 @@ float chained(const std::vector<float> &av, std::int64_t m, std::int64_t i, cons
 TEST_P(sgemm_kernel, bits_of_every_element_are_those_of_its_chain)
 {
     for (std::int64_t m = 1; m <= p.panel_m + 2; ++m) {
-        for (std::int64_t n = 1; n <= p.panel_n + 2; ++n) {
+        for (std::int64_t n = 1; n <= 3 * p.panel_n + 2; ++n) { // tiles may go over several panels
             const std::int64_t k = (m + n) % 5 == 0 ? 137 : 1 + (7 * m + n) % 23;
             const std::vector<float> av = values(k, m, 4, false), bv = values(k, n, 5, false);
             const std::vector<std::int64_t> panels = tesh_test::panel_widths(m, p.panel_m, p.a_tails);
