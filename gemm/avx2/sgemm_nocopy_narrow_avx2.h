@@ -354,6 +354,8 @@ template <beta_form form>
 [[gnu::noinline]] void paired_rows(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
                                    float *panel, const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
+    if (n <= 0) // a tile has at least one column
+        return;
     const paired_block p = {m, k, a, lda, panel, max_of(m, n) * k > fetched_elements};
     int64_t i = 0;
     if (n <= 2)

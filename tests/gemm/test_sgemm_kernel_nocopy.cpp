@@ -121,6 +121,16 @@ TEST_P(sgemm_kernel_nocopy, every_depth_up_to_20_and_around_the_blocks)
 }
 
 // Rows and columns that are runs of depth may be multiplied several steps at a time where the columns are few.
+TEST_P(sgemm_kernel_nocopy, blocks_without_rows_columns_or_depth)
+{
+    for (const std::int64_t m : {0, 1, 7, 25})
+        for (const std::int64_t n : {0, 1, 5, 13})
+            for (const std::int64_t k : {0, 1, 15, 105})
+                if (m == 0 || n == 0 || k == 0)
+                    if (!check_all(shape(m, n, k, 1)))
+                        return;
+}
+
 TEST_P(sgemm_kernel_nocopy, few_columns_of_deep_transposed_products)
 {
     constexpr int a_transposed = 2;
