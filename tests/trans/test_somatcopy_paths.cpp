@@ -298,6 +298,18 @@ TEST_F(somatcopy, empty_shapes_touch_nothing)
             }
 }
 
+TEST_F(somatcopy, any_number_of_empty_lines_takes_no_time)
+{
+    constexpr uint64_t lines = uint64_t(1) << 62; // one a nanosecond would be 146 years
+    for (const members *m : trans_test::members_to_run())
+        for (float alpha : {1.0f, 2.0f}) {
+            m->somatcopy2_n(lines, 0, nullptr, 7, 1, nullptr, 7, 1, alpha);
+            m->somatcopy2_t(lines, 0, nullptr, 7, 1, nullptr, 7, 1, alpha);
+            m->somatcopy2_n(0, lines, nullptr, lines, 1, nullptr, lines, 1, alpha);
+            m->somatcopy2_t(0, lines, nullptr, lines, 1, nullptr, lines, 1, alpha);
+        }
+}
+
 TEST_F(somatcopy, chooser_gives_the_same_as_its_routine_on_both_sides_of_the_team_border)
 {
     for (const members *m : trans_test::members_to_run())

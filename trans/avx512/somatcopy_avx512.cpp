@@ -65,6 +65,8 @@ void tesh_trans_avx512_tesh_somatcopy2_n(uint64_t n_outer, uint64_t n_inner, con
         tesh_trans_avx512_tesh_unrollcopy(b, n_outer * lda * sizeof *b, a, n_outer * lda * sizeof *b);
         return;
     }
+    if (n_inner == 0) // however many lines there are
+        return;
     if (alpha == 1.0f)
         for (uint64_t i = 0; i < n_outer; ++i)
             strided_avx512<false, false, false, masked_least_copy>(n_inner, a + i * lda, stridea, b + i * ldb, strideb,

@@ -38,6 +38,8 @@ void somatcopy2_n_body(uint64_t n_outer, uint64_t n_inner, const float *a, uint6
         unrollcopy(b, n_outer * lda * sizeof *b, a, n_outer * lda * sizeof *b);
         return;
     }
+    if (n_inner == 0) // however many lines there are
+        return;
     if (alpha == 1.0f)
         for (uint64_t i = 0; i < n_outer; ++i)
             scale_line<false>(n_inner, a + i * lda, stridea, b + i * ldb, strideb, alpha);
