@@ -38,7 +38,8 @@ template <int sets> inline __m256 sum_sets(const __m256 *set)
 }
 
 // The next columns of y += alpha*A^T*x, if so many are left: j moves behind them. longest: rows of a round, 32 or more.
-template <int columns, int longest>
+// asks: for rows ahead.
+template <int columns, int longest, bool asks = false>
 [[gnu::always_inline]] inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a,
                                                  int64_t lda, const float *x, int64_t incy, float *y)
 {
@@ -79,6 +80,25 @@ template <int columns, int longest>
             add_registers(16);
         if (i + 64 <= m)
             add_registers(8);
+    }
+    if constexpr (asks) {
+        const rows_ahead ahead(m, lda);
+        const auto add_asking = [&](int64_t distance) __attribute__((always_inline))
+        {
+#pragma GCC unroll 2
+            for (int line = 0; line < 2; ++line) {
+#pragma GCC unroll 4
+                for (int c = 0; c < columns; ++c)
+                    masked_avx2::prefetch(column[c] + i + distance);
+                add_registers(2);
+            }
+        };
+#pragma GCC unroll 1
+        while (i + 32 <= m - ahead.near) // NOLINT(bugprone-infinite-loop): add_asking moves i
+            add_asking(ahead.near);
+#pragma GCC unroll 1
+        while (i + 32 <= m) // NOLINT(bugprone-infinite-loop): add_asking moves i
+            add_asking(ahead.late);
     }
 #pragma GCC unroll 1
     while (i + 32 <= m) // NOLINT(bugprone-infinite-loop): add_registers moves i
@@ -206,6 +226,11 @@ extern "C" void tesh_blas_avx2_xsgemv_t(const int64_t *m, const int64_t *n, cons
     }
     const float factor = *alpha;
     int64_t j = 0;
+    // At a stride of whole pages what is asked for meets the columns in the sets of the first-level cache.
+    if (asks_ahead(rows, columns) && a_step % 1024 != 0) {
+        while (add_next_dots<columns_asked_for, 32, true>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
+        }
+    }
     while (add_next_dots<4, 32>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
     }
     add_next_dots<2, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);

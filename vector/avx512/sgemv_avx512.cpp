@@ -144,10 +144,11 @@ inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
 
 // The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ... in lane 1, of rows 2, 18, 34, ... in lane 2,
 // and so on. Row 0 opens the first of them. sets: accumulators of a column. round: registers of a column in a round, a
-// power of two.
+// power of two. ahead: rows to ask for, or null.
 template <int columns, int sets, int round, class access_type>
 [[gnu::always_inline]] inline void column_chains(const row_pieces &rows, const float *a, int64_t lda, const float *x,
-                                                 const access_type &access, __m512 *chain)
+                                                 const access_type &access, __m512 *chain,
+                                                 const rows_ahead *ahead = nullptr)
 {
     __m512 sum[sets][columns];
     column_pointers<columns> row_0(a, lda);
@@ -204,6 +205,22 @@ template <int columns, int sets, int round, class access_type>
         advance(count.value);
     };
     int64_t left = rows.whole;
+    if (ahead != nullptr) {
+        const auto add_asking = [&](int64_t distance) __attribute__((always_inline))
+        {
+            column.hold();
+#pragma GCC unroll 16
+            for (int c = 0; c < columns; ++c)
+                masked_avx512::prefetch(column.at(c) + distance);
+            add_whole(number<1>());
+        };
+#pragma GCC unroll 1
+        for (; left * 16 > ahead->near; --left)
+            add_asking(ahead->near);
+#pragma GCC unroll 1
+        for (; left > 0; --left)
+            add_asking(ahead->late);
+    }
 #pragma GCC unroll 1
     for (; left >= round; left -= round)
         add_whole(number<round>());
@@ -456,6 +473,25 @@ template <int columns, int round>
     return j;
 }
 
+// The same in the third-level cache, a register of each column in a round.
+[[gnu::noinline]] int64_t add_asking_rounds(const sgemv_call &call, const row_pieces &pieces)
+{
+    constexpr int columns = columns_asked_for;
+    const row_pieces rows = pieces;
+    const rows_ahead ahead(call.m, call.lda);
+    const float *a = call.a;
+    float *y = call.y;
+    int64_t j = 0;
+    for (; j + columns <= call.n; j += columns) {
+        __m512 chain[columns];
+        column_chains<columns, 1, 1>(rows, a, call.lda, call.x, contiguous_16(1), chain, &ahead);
+        add_to_y<columns>(sum_lanes<columns>(chain), call.alpha, y, call.incy);
+        a += columns * call.lda;
+        y += columns * call.incy;
+    }
+    return j;
+}
+
 // y += alpha*A^T*x for at most 8 rows.
 template <class access_type> [[gnu::noinline]] void add_product_of_brief_columns(const sgemv_call &call)
 {
@@ -490,7 +526,9 @@ template <class access_type> [[gnu::noinline]] void add_product_transposed(const
     if constexpr (access_type::dense) {
         int64_t done = 0;
         if (call.m >= rows_of_long_loop<masked_avx512>)
-            done = reads_second_cache(call.m, n) ? add_long_rounds<8, 32>(call, rows) : 0;
+            done = reads_second_cache(call.m, n) ? add_long_rounds<8, 32>(call, rows)
+                   : asks_ahead(call.m, n)       ? add_asking_rounds(call, rows)
+                                                 : 0;
         else if (call.m >= 32 && n >= 16)
             done = add_long_rounds<16, 8>(call, rows);
         n -= done;

@@ -17,16 +17,33 @@
 
 namespace
 {
+constexpr int64_t most_brief = 64; // rows of a column that gives the processor's own prefetching little to see
+
 constexpr int64_t first_cache = 40 * 1024 / 4;        // elements of A that the first cache holds, and x and y with them
 constexpr int64_t second_cache = 2 * 1024 * 1024 / 4; // and of which the second one holds a good part
+constexpr int64_t third_cache = 16 * 1024 * 1024 / 4; // and the third one
 inline bool reads_second_cache(int64_t m, int64_t n)
 {
     return m * n > first_cache && m * n <= second_cache;
 }
 
+// Over the third-level cache a pass over four columns asks for rows a kilobyte ahead: further down the columns, and from
+// their ends at the heads of the next ones, where the processor's own prefetching begins anew and late. Long columns go
+// faster eight at a time and do without.
+inline bool asks_ahead(int64_t m, int64_t n)
+{
+    constexpr int64_t longest = 2048; // [elements]
+    return m * n > second_cache && m * n <= third_cache && m > most_brief && m <= longest;
+}
+constexpr int columns_asked_for = 4;
+struct rows_ahead {
+    int64_t near; // how far ahead [elements]
+    int64_t late; // the same for the last near rows of a column
+    inline rows_ahead(int64_t m, int64_t lda) : near(min_of(256, m)), late(columns_asked_for * lda + near - m) {}
+};
+
 // Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are asked
 // for 128 columns ahead, about the latency of memory, where there are so many.
-constexpr int64_t most_brief = 64; // rows of such a column
 inline int64_t prefetch_distance(int64_t n, int64_t lda)
 {
     constexpr int64_t columns = 128;
@@ -247,9 +264,10 @@ inline void add_columns_masked(column_block<v, columns> &block, typename v::mask
     v::store(y, sum, rows);
 }
 
-// The next whole registers of y, so many at a time as there is room for: block and y move behind them.
-template <class v, int columns, int registers>
-[[gnu::always_inline]] inline void add_registers(column_block<v, columns> &block, float *&y)
+// The next whole registers of y, so many at a time as there is room for: block and y move behind them. asks: for what
+// stands ahead elements behind them in A.
+template <class v, int columns, int registers, bool asks = false>
+[[gnu::always_inline]] inline void add_registers(column_block<v, columns> &block, float *&y, int64_t ahead = 0)
 {
     constexpr int most = v::width == 16 ? 8 : 4, pieces = registers < most ? registers : most;
 #pragma GCC unroll 16
@@ -259,6 +277,11 @@ template <class v, int columns, int registers>
         for (int p = 0; p < pieces; ++p)
             sum[p] = v::load(y + (r + p) * v::width);
         block.column.hold();
+        if (asks) {
+#pragma GCC unroll 16
+            for (int c = 0; c < columns; ++c)
+                v::prefetch(block.column.at(c) + ahead);
+        }
 #pragma GCC unroll 16
         for (int c = 0; c < columns; ++c) {
 #pragma GCC unroll 8
@@ -283,8 +306,9 @@ template <class v, int columns, int registers>
         add_rest<v, columns, registers / 2>(block, count, y);
 }
 
-// head: rows of the first, masked piece, below a register's width, and at most m. registers: of y, in a round.
-template <class v, int columns, int registers>
+// head: rows of the first, masked piece, below a register's width, and at most m. registers: of y, in a round. asks: for
+// rows ahead; a round is a cache line then.
+template <class v, int columns, int registers, bool asks = false>
 inline void add_columns(int64_t m, int64_t head, const float *a, int64_t lda, const float *t, float *y)
 {
     column_block<v, columns> block(a, lda, t);
@@ -294,6 +318,15 @@ inline void add_columns(int64_t m, int64_t head, const float *a, int64_t lda, co
         y += head;
     }
     int64_t left = (m - head) / v::width; // registers
+    if constexpr (asks) {
+        const rows_ahead ahead(m, lda);
+#pragma GCC unroll 1
+        for (; left * v::width >= ahead.near + registers * v::width; left -= registers)
+            add_registers<v, columns, registers, true>(block, y, ahead.near);
+#pragma GCC unroll 1
+        for (; left >= registers; left -= registers)
+            add_registers<v, columns, registers, true>(block, y, ahead.late);
+    }
 #pragma GCC unroll 1
     for (; left >= registers; left -= registers)
         add_registers<v, columns, registers>(block, y);
@@ -304,7 +337,7 @@ inline void add_columns(int64_t m, int64_t head, const float *a, int64_t lda, co
 }
 
 // The next columns of the product, if so many are left: j moves behind them.
-template <class v, int columns, int registers>
+template <class v, int columns, int registers, bool asks = false>
 inline bool add_next_columns(int64_t &j, int64_t m, int64_t n, int64_t head, float alpha, const float *a, int64_t lda,
                              const float *x, int64_t incx, float *y)
 {
@@ -313,7 +346,7 @@ inline bool add_next_columns(int64_t &j, int64_t m, int64_t n, int64_t head, flo
     float t[columns];
     for (int64_t c = 0; c < columns; ++c)
         t[c] = alpha * load_one(x + (j + c) * incx);
-    add_columns<v, columns, registers>(m, head, a + j * lda, lda, t, y);
+    add_columns<v, columns, registers, asks>(m, head, a + j * lda, lda, t, y);
     j += columns;
     return true;
 }
@@ -335,6 +368,11 @@ template <class v>
             }
         }
         while (add_next_columns<v, 8, registers>(j, m, n, head, alpha, a, lda, x, incx, y)) {
+        }
+    }
+    if (asks_ahead(m, n)) {
+        constexpr int line = 16 / v::width; // registers
+        while (add_next_columns<v, columns_asked_for, line, true>(j, m, n, head, alpha, a, lda, x, incx, y)) {
         }
     }
     while (add_next_columns<v, 8, 2>(j, m, n, head, alpha, a, lda, x, incx, y)) {
