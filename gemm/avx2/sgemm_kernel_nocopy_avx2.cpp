@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
 // registers  full tile 16 x 6: 12 accumulators + 2 of A + 1 broadcast of B, 15 of 16
-// layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step
+// layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step, full tiles
+//            while the first six columns are multiplied (sgemm_nocopy_transpose_avx2.h)
 // loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps apart
 // prefetch   the next tile's columns of B, every line once, and the next 16 rows of A, also where they go through the
 //            panel; small blocks nothing
@@ -10,48 +11,13 @@
 //            branch for each count of columns
 // measured   96 % of the multiply-add peak at 32 x 32 x 32 and at 64 x 64 x 64, NN (bench_sgemm --group small)
 #include "gemm/avx2/sgemm_nocopy_narrow_avx2.h"
+#include "gemm/avx2/sgemm_nocopy_transpose_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
 #include "gemm/body/sgemm_nocopy_kernel_body.h"
 #include "gemm/sgemm_paths.h"
 
 namespace
 {
-// Four depth steps from l on, of 8 rows, into a panel of 16: fours of rows, two of them side by side in a register.
-template <class load> [[gnu::always_inline]] inline void transpose_steps(load four, float *panel)
-{
-    __m256 x[4];
-#pragma GCC unroll 4
-    for (int i = 0; i < 4; ++i)
-        x[i] = _mm256_insertf128_ps(_mm256_castps128_ps256(four(i)), four(i + 4), 1);
-    const __m256 t0 = _mm256_unpacklo_ps(x[0], x[1]), t1 = _mm256_unpackhi_ps(x[0], x[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(x[2], x[3]), t3 = _mm256_unpackhi_ps(x[2], x[3]);
-    vec_avx2::store(panel, _mm256_shuffle_ps(t0, t2, 0x44));
-    vec_avx2::store(panel + 16, _mm256_shuffle_ps(t0, t2, 0xee));
-    vec_avx2::store(panel + 32, _mm256_shuffle_ps(t1, t3, 0x44));
-    vec_avx2::store(panel + 48, _mm256_shuffle_ps(t1, t3, 0xee));
-}
-// Steps beyond k come out as zeros: the panel has room for them. While it goes, a line of each of the rows that lie ahead
-// can be fetched in sixteen steps.
-template <bool whole, bool fetches>
-inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda, float *panel, int64_t ahead)
-{
-    const row_pointers<8, whole> p(a, lda, count);
-    int64_t l = 0;
-    for (; l + 4 <= k; l += 4) {
-        if (fetches && l % 16 == 0)
-#pragma GCC unroll 8
-            for (int i = 0; i < 8; ++i)
-                fetch_read(p.at(i, l) + ahead);
-        transpose_steps(
-            [&](int i) __attribute__((always_inline)) { return _mm_loadu_ps(p.at(i, l)); }, panel + l * 16);
-    }
-    if (l < k) {
-        const __m128i valid = _mm256_castsi256_si128(vec_avx2::first(k - l));
-        transpose_steps(
-            [&](int i) __attribute__((always_inline)) { return _mm_maskload_ps(p.at(i, l), valid); }, panel + l * 16);
-    }
-}
-
 struct nocopy_avx2 {
     static constexpr int64_t panel_m = 16, whole_columns = 18;
 
@@ -83,13 +49,12 @@ struct nocopy_avx2 {
         int64_t i = 0;
         using full = whole_rows<lanes<8>, 2>;
         for (; m >= 16; i += 16, m -= 16, c += 16) {
-            const float *const a = s.tile(i, 16, n < full::tile_n);
             if constexpr (source::transposed)
-                if (n >= full::tile_n && s.large()) {
-                    panel_columns<full, b_transposed, form>(s.behind(i, 16), s.lda, n, k, alpha, a, b, ldb, beta, c,
-                                                            ldc);
+                if (n >= full::tile_n && k >= copying_depth) {
+                    copied_row_tile<b_transposed, form>(s, i, n, k, alpha, b, ldb, beta, c, ldc);
                     continue;
                 }
+            const float *const a = s.tile(i, 16, true);
             all_columns<full, b_transposed, form>(source::in_place ? m : 16, n, k, alpha, a, s.depth_stride, b, ldb,
                                                   beta, c, ldc);
         }

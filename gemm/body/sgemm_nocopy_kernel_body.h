@@ -179,6 +179,28 @@ template <beta_form form, class rows>
     return sum;
 }
 
+// The sums of a tile go to C.
+template <beta_form form, class rows, int cols>
+[[gnu::always_inline]] inline void finish_tile(const rows &r, float alpha,
+                                               typename rows::v::reg (&acc)[cols][rows::vecs], const float *beta,
+                                               float *c, int64_t ldc)
+{
+    constexpr int vecs = rows::vecs;
+    // C is read before any of it is written: in memory a store under a mask has its full width, and would make the load of
+    // the next column wait for it. A product with 1 changes nothing and takes the multipliers' time.
+    if (form != beta_form::zero || alpha != 1.0f)
+#pragma GCC unroll 16
+        for (int j = 0; j < cols; ++j)
+#pragma GCC unroll 4
+            for (int i = 0; i < vecs; ++i)
+                acc[j][i] = updated<form>(r, i, alpha, acc[j][i], beta, c + j * ldc);
+#pragma GCC unroll 16
+    for (int j = 0; j < cols; ++j, c += ldc)
+#pragma GCC unroll 4
+        for (int i = 0; i < vecs; ++i)
+            r.store(c, i, acc[j][i]);
+}
+
 constexpr int sums_in_flight = 8; // that keep two multipliers busy, of four cycles each
 
 // cols columns of a row tile; a_depth is the stride of a step. rows loads, accumulates and stores its registers.
@@ -256,19 +278,7 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
     for (; k > 0; --k)
         step(acc);
 
-    // C is read before any of it is written: in memory a store under a mask has its full width, and would make the load of
-    // the next column wait for it. A product with 1 changes nothing and takes the multipliers' time.
-    if (form != beta_form::zero || alpha != 1.0f)
-#pragma GCC unroll 16
-        for (int j = 0; j < cols; ++j)
-#pragma GCC unroll 4
-            for (int i = 0; i < vecs; ++i)
-                acc[j][i] = updated<form>(r, i, alpha, acc[j][i], beta, c + j * ldc);
-#pragma GCC unroll 16
-    for (int j = 0; j < cols; ++j, c += ldc)
-#pragma GCC unroll 4
-        for (int i = 0; i < vecs; ++i)
-            r.store(c, i, acc[j][i]);
+    finish_tile<form>(r, alpha, acc, beta, c, ldc);
 }
 
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
