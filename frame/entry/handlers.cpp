@@ -2,8 +2,8 @@
 // The error-handler chain. Each link calls the next by dynamic symbol (cmake/libtesh.dynamic), so that a program which
 // defines one of the names takes the rest over; that is how a user's Fortran xerbla_ is honoured. The links are weak,
 // so that a program linked with the archive can replace them, too.
+#include "frame/service/xerbla_slot.h"
 #include "frame/tesh_blas.h"
-#include "frame/tesh_serv.h"
 
 namespace
 {
@@ -14,7 +14,7 @@ constexpr int64_t code_insufficient_memory = 1000; // the default report's code 
 extern "C" {
 [[gnu::weak]] void XERBLA(const char *name, const int64_t *code, int32_t name_length)
 {
-    tesh_serv_default_xerbla(name, code, name_length);
+    default_report(name, code, name_length);
 }
 
 [[gnu::weak]] void XERBLA_(const char *name, const int64_t *code, int32_t name_length)

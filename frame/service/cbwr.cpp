@@ -86,7 +86,7 @@ bool beyond_processor(int32_t asked, int32_t *status)
 int32_t check_value(int32_t value, int32_t *status)
 {
     const int32_t asked = value & branch_mask;
-    const bool maker = TESH_Orvan_CPU_True_Internal() == 1;
+    const bool maker = detect_is_maker() == 1;
     if (maker) {
         if (beyond_processor(asked, status))
             return answer_not_honoured;
@@ -200,7 +200,7 @@ int32_t tesh_serv_cbwr_get(int32_t what)
 
 int32_t tesh_serv_cbwr_get_auto_branch(void)
 {
-    if (!TESH_Orvan_CPU_True_Internal())
+    if (!detect_is_maker())
         return branch_auto;
     int32_t status = 0;
     const int32_t best = best_branch(&status);

@@ -23,7 +23,8 @@ tesh_serv_constraint_fn mem_handler = nullptr; // null: tesh_serv_ignore_handler
 
 int32_t report(tesh_serv_constraint_fn handler, const char *message, int32_t error)
 {
-    (handler != nullptr ? handler : tesh_serv_ignore_handler_s)(message, nullptr, error);
+    if (handler != nullptr)
+        handler(message, nullptr, error);
     return error;
 }
 

@@ -194,12 +194,12 @@ int32_t detect_avx_vnni(void)
     return asked_once(&avx_vnni_answer, [] { return leaf7_bit(1, &cpuid_answer::eax, 4); });
 }
 
-int32_t TESH_Orvan_CPU_True_Internal(void)
+int32_t detect_is_maker(void)
 {
     return asked_once(&detect_vendor_answer, vendor_answer_from_processor);
 }
 
-int32_t TESH_Orvan_CPU_Internal(void)
+int32_t detect_is_maker_by_branch(void)
 {
     constexpr int32_t branch_compatible = 3;
     if (__atomic_load_n(&orvan_answer, __ATOMIC_ACQUIRE) < 0) {
@@ -207,13 +207,16 @@ int32_t TESH_Orvan_CPU_Internal(void)
         tesh_serv_lock(&orvan_lock);
         if (__atomic_load_n(&orvan_answer, __ATOMIC_RELAXED) < 0) {
             const bool named = branch != 1 && branch != 2;
-            const int32_t answer = named ? branch != branch_compatible : TESH_Orvan_CPU_True_Internal();
+            const int32_t answer = named ? branch != branch_compatible : detect_is_maker();
             __atomic_store_n(&orvan_answer, answer, __ATOMIC_RELEASE);
         }
         tesh_serv_unlock(&orvan_lock);
     }
     return __atomic_load_n(&orvan_answer, __ATOMIC_RELAXED);
 }
+
+[[gnu::alias("detect_is_maker")]] decltype(TESH_Orvan_CPU_True_Internal) TESH_Orvan_CPU_True_Internal;
+[[gnu::alias("detect_is_maker_by_branch")]] decltype(TESH_Orvan_CPU_Internal) TESH_Orvan_CPU_Internal;
 
 tesh_serv_cpu_question_fn tesh_serv_get_cpu_true(void)
 {
@@ -229,7 +232,7 @@ int32_t __detect_real_cpu(int32_t *status)
 {
     const uint64_t features = processor_features();
     __read_enable_instructions_env(nullptr);
-    if (!TESH_Orvan_CPU_True_Internal())
+    if (!detect_is_maker())
         return fine_baseline;
     if (!limit_allows(limit_avx) || !has_all(features, feature_avx))
         return fine_below_avx(features, status);

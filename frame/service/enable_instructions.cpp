@@ -66,7 +66,7 @@ int32_t code_of_text(const char *text)
 // With the lock held.
 int32_t apply_limit(int32_t code)
 {
-    if (!TESH_Orvan_CPU_True_Internal() || code < 0 || code >= codes || limit_rows[code].text == nullptr)
+    if (!detect_is_maker() || code < 0 || code >= codes || limit_rows[code].text == nullptr)
         return 0;
     if (code == code_avx)
         tesh_serv_print(1, message_avx_deprecated, 0);

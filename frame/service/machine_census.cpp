@@ -41,7 +41,7 @@ int64_t teshaff_len = 0; // [bytes] of the affinity mask, as the system gave it
 
 cpu_identity identity_here(void)
 {
-    if (!TESH_Orvan_CPU_True_Internal())
+    if (!detect_is_maker())
         return {1, 1, 1};
     cpuid_answer leaf1, leaf4;
     processor_cpuid_listed(1, 0, &leaf1);

@@ -74,7 +74,7 @@ int32_t avx10_version_in_use(void)
 int32_t microarchitecture(void)
 {
     constexpr int32_t model_sse4_2 = 64, model_sse4_2_aes = 66;
-    if (!TESH_Orvan_CPU_Internal() || tesh_serv_cpu_detect() != 3)
+    if (!detect_is_maker_by_branch() || tesh_serv_cpu_detect() != 3)
         return 0;
     return has_all(processor_features(), feature_aes) && tesh_serv_cbwr_get(1) == 1 ? model_sse4_2_aes : model_sse4_2;
 }
@@ -112,7 +112,7 @@ int32_t tesh_serv_cpuiselm(void)
 int32_t tesh_serv_cpuisjunipersse4_2(void)
 {
     return asked_once(&juniper_sse4_2_answer, [] {
-        return static_cast<int32_t>(no_named_branch() && TESH_Orvan_CPU_True_Internal() == 1 &&
+        return static_cast<int32_t>(no_named_branch() && detect_is_maker() == 1 &&
                                     has_all(processor_features(), features_juniper_sse4_2));
     });
 }
@@ -120,7 +120,7 @@ int32_t tesh_serv_cpuisjunipersse4_2(void)
 int32_t tesh_serv_cpuisjuniperssse3(void)
 {
     return asked_once(&juniper_ssse3_answer, [] {
-        return static_cast<int32_t>(no_named_branch() && TESH_Orvan_CPU_True_Internal() == 1 &&
+        return static_cast<int32_t>(no_named_branch() && detect_is_maker() == 1 &&
                                     has_all(processor_features(), features_juniper_ssse3));
     });
 }

@@ -43,12 +43,12 @@ void tesh_serv_xerbla(const char *name, const int64_t *code, int32_t length)
         return;
     const tesh_serv_xerbla_fn handler = handler_in_force();
     if (handler == nullptr)
-        tesh_serv_default_xerbla(name, code, length);
+        default_report(name, code, length);
     else
         handler(name, code, length);
 }
 
-void tesh_serv_default_xerbla(const char *name, const int64_t *code, int32_t length)
+void default_report(const char *name, const int64_t *code, int32_t length)
 {
     if (name == nullptr || code == nullptr || length < 0)
         return;
@@ -81,6 +81,8 @@ void tesh_serv_default_xerbla(const char *name, const int64_t *code, int32_t len
                             static_cast<int32_t>(0 - static_cast<uint64_t>(value)), shown);
     }
 }
+
+[[gnu::alias("default_report")]] decltype(tesh_serv_default_xerbla) tesh_serv_default_xerbla;
 
 tesh_serv_xerbla_fn tesh_serv_set_xerbla(tesh_serv_xerbla_fn handler)
 {

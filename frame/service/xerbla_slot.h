@@ -4,4 +4,9 @@
 #pragma once
 #include "frame/tesh_serv.h"
 
-extern "C" [[gnu::visibility("hidden")]] tesh_serv_xerbla_fn tesh_xerbla_address; // null until a handler is set
+extern "C" {
+[[gnu::visibility("hidden")]] extern tesh_serv_xerbla_fn tesh_xerbla_address; // null until a handler is set
+
+// tesh_serv_default_xerbla, for calls: that name is bound by dynamic symbol, since its address is handed out.
+void default_report(const char *name, const int64_t *code, int32_t length);
+}
