@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What the tests of the memory manager look at: the calling thread's record in the book, and the book's counts.
+// What the tests of the memory manager look at: the calling thread's record in the book, and the book's counts; and
+// threads to look from.
 #pragma once
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 #include "frame/service/memory.h"
@@ -46,4 +49,50 @@ inline void on_new_thread(const std::function<void()> &body)
 {
     std::thread(body).join();
 }
+
+// Runs one body after another on a thread that stays alive in between.
+class worker
+{
+public:
+    worker()
+        : thread_([this] {
+              std::unique_lock<std::mutex> hold(mutex_);
+              for (;;) {
+                  changed_.wait(hold, [this] { return ended_ || body_; });
+                  if (!body_)
+                      return;
+                  body_();
+                  body_ = nullptr;
+                  changed_.notify_all();
+              }
+          })
+    {
+    }
+    ~worker() { end(); }
+    void run(const std::function<void()> &body)
+    {
+        std::unique_lock<std::mutex> hold(mutex_);
+        body_ = body;
+        changed_.notify_all();
+        changed_.wait(hold, [this] { return !body_; });
+    }
+    void end()
+    {
+        if (!thread_.joinable())
+            return;
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            ended_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::function<void()> body_;
+    bool ended_ = false;
+    std::thread thread_;
+};
 } // namespace memory_view

@@ -18,52 +18,6 @@ namespace
 using namespace memory_view;
 using namespace tesh_memory;
 
-// Runs one body after another on a thread that stays alive in between.
-class worker
-{
-public:
-    worker()
-        : thread_([this] {
-              std::unique_lock<std::mutex> hold(mutex_);
-              for (;;) {
-                  changed_.wait(hold, [this] { return ended_ || body_; });
-                  if (!body_)
-                      return;
-                  body_();
-                  body_ = nullptr;
-                  changed_.notify_all();
-              }
-          })
-    {
-    }
-    ~worker() { end(); }
-    void run(const std::function<void()> &body)
-    {
-        std::unique_lock<std::mutex> hold(mutex_);
-        body_ = body;
-        changed_.notify_all();
-        changed_.wait(hold, [this] { return !body_; });
-    }
-    void end()
-    {
-        if (!thread_.joinable())
-            return;
-        {
-            std::lock_guard<std::mutex> hold(mutex_);
-            ended_ = true;
-        }
-        changed_.notify_all();
-        thread_.join();
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::function<void()> body_;
-    bool ended_ = false;
-    std::thread thread_;
-};
-
 // No one is inside the book.
 void expect_book_free()
 {
