@@ -22,8 +22,24 @@ inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *
     move_scalars<lines>(cols - whole, a + whole, lda, b + whole * ldb, ldb);
 }
 
+// The strip that begins with element from of a line of a and with line to of b, to the second cache: the first may have
+// fewer ways than the strip has lines. Of b the runs of 8 that share a cache line with the next block, front in front
+// and tail behind; it is they that wait, for page tables and memory. The rest of b bypasses the caches.
+[[gnu::always_inline]] inline void fetch_strip(uint64_t rows, const float *from, uint64_t lda, const float *to,
+                                               uint64_t ldb, uint64_t width)
+{
+    const uint64_t front = reinterpret_cast<uintptr_t>(to) % cache_line_bytes / sizeof *to;
+    const uint64_t tail = (rows + front) % kernel_strip;
+    for (uint64_t i = 0; i < rows; ++i)
+        _mm_prefetch(reinterpret_cast<const char *>(from + i * lda), _MM_HINT_T1);
+    for (uint64_t k = 0; front > 0 && k < width; ++k)
+        _mm_prefetch(reinterpret_cast<const char *>(to + k * ldb), _MM_HINT_T1);
+    for (uint64_t k = 0; tail > 0 && k < width; ++k)
+        _mm_prefetch(reinterpret_cast<const char *>(to + k * ldb + rows - tail), _MM_HINT_T1);
+}
+
 // Any number of lines: strips of columns, in each of them lines by 16, 8, 4 and singly. Where the runs of b begin in
-// the middle of a cache line, 8 lines go in front.
+// the middle of a cache line, 8 lines go in front. ahead: the distance at which strips are fetched [columns], 0 for none.
 template <class m, class whole, class part, uint64_t ahead>
 inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
@@ -32,22 +48,24 @@ inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64
         const uint64_t width = cols - j < kernel_strip ? cols - j : kernel_strip;
         const float *from = a + j;
         float *to = b + j * ldb;
+        if (ahead > 0 && j + ahead + width <= cols)
+            fetch_strip(rows, from + ahead, lda, to + ahead * ldb, ldb, width);
         uint64_t left = rows;
         const auto pass = [&](uint64_t lines) {
             from += lines * lda;
             to += lines;
         };
         if (apart) {
-            transpose_fixed<m, part, 8, ahead>(width, from, lda, to, ldb);
+            transpose_fixed<m, part, 8, 0>(width, from, lda, to, ldb);
             pass(8);
             left -= 8;
         }
         for (; left >= 16; left -= 16) {
-            transpose_fixed<m, whole, 16, ahead>(width, from, lda, to, ldb);
+            transpose_fixed<m, whole, 16, 0>(width, from, lda, to, ldb);
             pass(16);
         }
         if (left >= 8) {
-            transpose_fixed<m, part, 8, ahead>(width, from, lda, to, ldb);
+            transpose_fixed<m, part, 8, 0>(width, from, lda, to, ldb);
             pass(8);
         }
         if (left % 8 >= 4) {
@@ -62,8 +80,8 @@ inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64
 }
 
 // group adjacent elements of each line at a time, which go through a buffer on the stack and leave as whole lines of b.
-// copy_line stores them.
-template <class m, class inside, uint64_t ahead, auto copy_line>
+// copy_lines stores them. ahead: the distance at which groups are fetched [columns], 0 for none.
+template <class m, class inside, uint64_t ahead, auto copy_lines>
 void transpose_grouped(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb,
                        uint64_t group)
 {
@@ -71,21 +89,24 @@ void transpose_grouped(uint64_t rows, uint64_t cols, const float *a, uint64_t ld
     alignas(cache_line_bytes) float buffer[aliased_group * block_lines_most];
     for (uint64_t first = 0; first < cols; first += group) {
         const uint64_t width = cols - first < group ? cols - first : group;
-        transpose_lines<m, inside, inside, ahead>(rows, width, a + first, lda, buffer, rows);
-        for (uint64_t k = 0; k < width; ++k)
-            copy_line(rows, buffer + k * rows, b + (first + k) * ldb);
+        if (ahead > 0 && first + ahead + width <= cols)
+            fetch_strip(rows, a + first + ahead, lda, b + (first + ahead) * ldb, ldb, width);
+        transpose_lines<m, inside, inside, 0>(rows, width, a + first, lda, buffer, rows);
+        copy_lines(width, rows, buffer, b + first * ldb, ldb);
     }
 }
 
-template <class m, class whole, class part, uint64_t ahead>
+// line_ahead: the distance of prefetches of a [elements] where the number of lines has code of its own; strip_ahead:
+// that of strips elsewhere.
+template <class m, class whole, class part, uint64_t line_ahead, uint64_t strip_ahead>
 void transpose_ungrouped(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     trans_took(trans_route_kernel);
     if (rows == 16)
-        transpose_fixed<m, whole, 16, ahead>(cols, a, lda, b, ldb);
+        transpose_fixed<m, whole, 16, line_ahead>(cols, a, lda, b, ldb);
     else if (rows == 8)
-        transpose_fixed<m, part, 8, ahead>(cols, a, lda, b, ldb);
+        transpose_fixed<m, part, 8, line_ahead>(cols, a, lda, b, ldb);
     else
-        transpose_lines<m, whole, part, ahead>(rows, cols, a, lda, b, ldb);
+        transpose_lines<m, whole, part, strip_ahead>(rows, cols, a, lda, b, ldb);
 }
 } // namespace

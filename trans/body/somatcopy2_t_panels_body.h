@@ -18,7 +18,9 @@ constexpr uint64_t direct_ahead = 32;                        // [elements] of pr
 // [bytes] of B from which whole cache lines of it bypass the caches: where the caches stop paying, later where lines
 // share sets.
 constexpr uint64_t stream_least = uint64_t(12) << 20, stream_least_aliased = uint64_t(20) << 20;
-constexpr uint64_t stream_ahead = 32; // [elements] of prefetches of A beside streaming stores
+constexpr uint64_t stream_ahead = 32;       // [elements] of prefetches of A beside streaming stores
+constexpr uint64_t stream_strip_ahead = 16; // [columns] of strips of a block that has no code of its own
+constexpr uint64_t stream_group_ahead = 32; // [columns] of groups
 
 constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
 {
@@ -85,30 +87,41 @@ inline void direct_loop(uint64_t n_outer, uint64_t n_inner, const float *a, uint
         strip(smaller_of(n_outer - i, height), n_inner, a + i * lda, lda, b + i, ldb);
 }
 
-template <bool stream> inline void copy_run(uint64_t n, const float *x, float *y)
+inline void copy_run(uint64_t n, const float *x, float *y)
 {
     uint64_t i = 0;
-    while (i + 8 <= n) {
-        const bool line = stream && i + 16 <= n && reinterpret_cast<uintptr_t>(y + i) % cache_line_bytes == 0;
-        const __m256 low = _mm256_loadu_ps(x + i);
-        if (line) {
-            _mm256_stream_ps(y + i, low);
-            _mm256_stream_ps(y + i + 8, _mm256_loadu_ps(x + i + 8));
-            i += 16;
-        } else {
-            _mm256_storeu_ps(y + i, low);
-            i += 8;
-        }
-    }
+    for (; i + 8 <= n; i += 8)
+        _mm256_storeu_ps(y + i, _mm256_loadu_ps(x + i));
     for (; i < n; ++i)
         move_element<false>(x + i, y + i, 1.0f);
+}
+
+// lines lines of length elements, one behind the other at x, to lines of b.
+template <bool stream> inline void copy_runs(uint64_t lines, uint64_t length, const float *x, float *b, uint64_t ldb)
+{
+    if constexpr (stream) { // lines are whole cache lines apart: first what is less than one, at both ends
+        const uint64_t past = reinterpret_cast<uintptr_t>(b) % cache_line_bytes / sizeof *b;
+        const uint64_t to_next = past == 0 ? 0 : cache_line_bytes / sizeof *b - past;
+        const uint64_t front = smaller_of(to_next, length);
+        const uint64_t tail = (length - front) % (cache_line_bytes / sizeof *b), last = length - tail;
+        for (uint64_t k = 0; k < lines; ++k) {
+            copy_run(front, x + k * length, b + k * ldb);
+            copy_run(tail, x + k * length + last, b + k * ldb + last);
+        }
+        for (uint64_t k = 0; k < lines; ++k)
+            for (uint64_t i = front; i < last; i += 8)
+                _mm256_stream_ps(b + k * ldb + i, _mm256_loadu_ps(x + k * length + i));
+    } else {
+        for (uint64_t k = 0; k < lines; ++k)
+            copy_run(length, x + k * length, b + k * ldb);
+    }
 }
 
 template <int width, bool stream, int wait, int part_wait = wait>
 inline void transpose_stored(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     transpose_ungrouped<moves_8, run_store<width, stream, wait>, run_store<width, false, part_wait>,
-                        (stream ? stream_ahead : 0)>(rows, cols, a, lda, b, ldb);
+                        (stream ? stream_ahead : 0), (stream ? stream_strip_ahead : 0)>(rows, cols, a, lda, b, ldb);
 }
 
 // lanes: 8 where B as a whole is aligned to the path's register. stream: whole cache lines of b bypass the caches.
@@ -119,7 +132,7 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
 {
     const uint64_t line = ldb * sizeof *b;
     if (group != 1) {
-        transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? stream_ahead : 0), copy_run<stream>>(
+        transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? stream_group_ahead : 0), copy_runs<stream>>(
             rows, cols, a, lda, b, ldb, group);
     } else if (path::store_width(b, ldb, lanes) == 4) {
         if (!stream && line % (2 * aliased_bytes) == 0) // four stores a cache line keep fewer lines in the queue

@@ -93,7 +93,8 @@ struct moves_8 {
             a8 += 8;
             a12 += 8;
             b0 += step;
-            b4 += step;
+            // With a wait in between, addresses that are known one after the other bring fewer lines into the set at once.
+            b4 = how::wait == 1 ? b0 + 4 * ldb : b4 + step;
         }
     }
     [[gnu::always_inline]] static inline void move_4x8(const float *a, uint64_t lda, float *b, uint64_t ldb)

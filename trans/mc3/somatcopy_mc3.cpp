@@ -41,22 +41,25 @@ struct moves_4 {
     }
 };
 
-void copy_run(uint64_t n, const float *x, float *y)
+// lines lines of length elements, one behind the other at x, to lines of b.
+void copy_runs(uint64_t lines, uint64_t length, const float *x, float *b, uint64_t ldb)
 {
-    uint64_t i = 0;
-    for (; i + 4 <= n; i += 4)
-        _mm_storeu_ps(y + i, _mm_loadu_ps(x + i));
-    for (; i < n; ++i)
-        move_element<false>(x + i, y + i, 1.0f);
+    for (uint64_t k = 0; k < lines; ++k, x += length, b += ldb) {
+        uint64_t i = 0;
+        for (; i + 4 <= length; i += 4)
+            _mm_storeu_ps(b + i, _mm_loadu_ps(x + i));
+        for (; i < length; ++i)
+            move_element<false>(x + i, b + i, 1.0f);
+    }
 }
 
 void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
                                                       float *b, uint64_t ldb, uint64_t group)
 {
     if (group != 1)
-        transpose_grouped<moves_4, void, 0, copy_run>(rows, cols, a, lda, b, ldb, group);
+        transpose_grouped<moves_4, void, 0, copy_runs>(rows, cols, a, lda, b, ldb, group);
     else
-        transpose_ungrouped<moves_4, void, void, 0>(rows, cols, a, lda, b, ldb);
+        transpose_ungrouped<moves_4, void, void, 0, 0>(rows, cols, a, lda, b, ldb);
 }
 
 // Blocks of lines with all their columns.
