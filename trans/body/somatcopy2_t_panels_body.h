@@ -148,14 +148,20 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
     }
 }
 
-// The blocks of 16 lines of a panel that has nothing but remainders of columns. Returns the lines that they cover.
+// The lines of a panel that is narrower than what the kernel takes at once, 16 at a time: 4 columns in registers if there
+// are so many, the rest singly. Returns the lines that are done.
+template <int width>
 [[gnu::noinline]] uint64_t transpose_narrow(uint64_t n_outer, uint64_t cols, const float *a, uint64_t lda, float *b,
                                             uint64_t ldb)
 {
     trans_took(trans_route_kernel);
+    const uint64_t together = cols < 4 ? 0 : 4;
     uint64_t i = 0;
-    for (; i + 16 <= n_outer; i += 16)
-        move_scalars<16>(cols, a + i * lda, lda, b + i, ldb);
+    for (; i + 16 <= n_outer; i += 16) {
+        if (together != 0)
+            moves_8::move_16x4<width>(a + i * lda, lda, b + i, ldb);
+        move_scalars<16>(cols - together, a + i * lda + together, lda, b + together * ldb + i, ldb);
+    }
     return i;
 }
 
@@ -169,8 +175,10 @@ void transpose_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uint64
         const float *const from = a + j;
         float *const to = b + j * ldb;
         uint64_t i = 0;
-        if (cols < kernel_columns && by.block == 16 && by.group == 1)
-            i = transpose_narrow(n_outer, cols, from, lda, to, ldb);
+        if (cols < kernel_columns && by.group == 1)
+            i = (path::store_width(to, ldb, kernel_lanes) == 8
+                     ? transpose_narrow<8>
+                     : transpose_narrow<4>)(n_outer, cols, from, lda, to, ldb);
         for (; i < n_outer; i += by.block)
             (i > 0 ? xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream, true>
                    : xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream, false>)(smaller_of(n_outer - i,

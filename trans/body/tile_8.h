@@ -50,6 +50,22 @@ template <class how> [[gnu::always_inline]] inline void put_halves(float *p, __m
     t[3] = _mm256_shuffle_ps(high01, high23, 0xee);
 }
 
+// 8 lines of 4 elements: t[c] is column c of them.
+[[gnu::always_inline]] inline void turn_8x4(__m256 *t, const float *a, uint64_t lda)
+{
+    const auto lines_apart_4 = [=](uint64_t i) {
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(a + i * lda)), _mm_loadu_ps(a + (i + 4) * lda),
+                                    1);
+    };
+    const __m256 r0 = lines_apart_4(0), r1 = lines_apart_4(1), r2 = lines_apart_4(2), r3 = lines_apart_4(3);
+    const __m256 low01 = _mm256_unpacklo_ps(r0, r1), high01 = _mm256_unpackhi_ps(r0, r1);
+    const __m256 low23 = _mm256_unpacklo_ps(r2, r3), high23 = _mm256_unpackhi_ps(r2, r3);
+    t[0] = _mm256_shuffle_ps(low01, low23, 0x44);
+    t[1] = _mm256_shuffle_ps(low01, low23, 0xee);
+    t[2] = _mm256_shuffle_ps(high01, high23, 0x44);
+    t[3] = _mm256_shuffle_ps(high01, high23, 0xee);
+}
+
 struct moves_8 {
     // b := a^T, cols a multiple of 8. Pointers to every fourth line advance, so that each address is a base and a
     // multiple of a leading dimension. ahead: the distance of prefetches of a [elements], 0 for none.
@@ -95,6 +111,27 @@ struct moves_8 {
             b0 += step;
             // With a wait in between, addresses that are known one after the other bring fewer lines into the set at once.
             b4 = how::wait == 1 ? b0 + 4 * ldb : b4 + step;
+        }
+    }
+    // 4 columns of 16 lines.
+    template <int width>
+    [[gnu::always_inline]] static inline void move_16x4(const float *a, uint64_t lda, float *b, uint64_t ldb)
+    {
+        __m256 t[8];
+        turn_8x4(t, a, lda);
+        turn_8x4(t + 4, a + 8 * lda, lda);
+#pragma GCC unroll 4
+        for (uint64_t c = 0; c < 4; ++c) {
+            float *const run = b + c * ldb;
+#pragma GCC unroll 2
+            for (uint64_t half = 0; half < 2; ++half) {
+                if constexpr (width == 8) {
+                    _mm256_storeu_ps(run + 8 * half, t[4 * half + c]);
+                } else {
+                    _mm_storeu_ps(run + 8 * half, _mm256_castps256_ps128(t[4 * half + c]));
+                    _mm_storeu_ps(run + 8 * half + 4, _mm256_extractf128_ps(t[4 * half + c], 1));
+                }
+            }
         }
     }
     [[gnu::always_inline]] static inline void move_4x8(const float *a, uint64_t lda, float *b, uint64_t ldb)
