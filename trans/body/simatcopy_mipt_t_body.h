@@ -6,8 +6,10 @@
 // lowest source position on it; every other element finds a lower one on its cycle and is left alone. Positions on a
 // cycle that are no source carry no value, and positions that receive no value keep theirs: padding survives.
 //
-// A step costs one quotient, taken as the high half of a product with ceil(2^64 / L): exact while p*L < 2^64 (Lemire,
-// Kaser, Kurz 2019, "Faster remainder by direct computation"). The walk ends as soon as every element has been moved.
+// On all positions but the last f(p) = p*M mod (L*M - 1), so that k steps at once are one product modulo L*M - 1, and
+// steps that follow each other need not wait for each other. A remainder below 2^32 is two products: the fraction of
+// p*w / n in 64 bits, times n (Lemire, Kaser, Kurz 2019, "Faster remainder by direct computation"). The walk ends as soon
+// as every element has been moved.
 #pragma once
 #include <stdint.h>
 
@@ -15,101 +17,111 @@
 
 namespace
 {
-struct quotient_by_product {
-    uint64_t reciprocal; // ceil(2^64 / divisor), divisor > 1
-    explicit quotient_by_product(uint64_t divisor) : reciprocal(UINT64_MAX / divisor + 1) {}
-    uint64_t operator()(uint64_t p) const
-    {
-        return static_cast<uint64_t>((static_cast<unsigned __int128>(p) * reciprocal) >> 64);
-    }
-};
-struct quotient_by_division {
-    uint64_t divisor;
-    explicit quotient_by_division(uint64_t by) : divisor(by) {}
-    uint64_t operator()(uint64_t p) const { return p / divisor; }
-};
+constexpr uint64_t cycle_steps = 4;                          // at once
+constexpr uint64_t cycle_products_below = uint64_t(1) << 32; // [positions] that 64 bits of a fraction tell apart
 
-// The walk over an array whose lines hold more than the matrix.
-template <class quotient> struct cycles_padded {
-    uint64_t n_outer, n_inner; // of the source
-    uint64_t lda, ldb;
-    quotient over_lda;
+inline uint64_t high_product(uint64_t x, uint64_t y)
+{
+    return static_cast<uint64_t>((static_cast<unsigned __int128>(x) * y) >> 64);
+}
 
-    cycles_padded(uint64_t outer, uint64_t inner, uint64_t ld_source, uint64_t ld_result)
-        : n_outer(outer), n_inner(inner), lda(ld_source), ldb(ld_result), over_lda(ld_source)
+// ceil(2^64 * x / n) for x < n < 2^32.
+inline uint64_t fraction_of(uint64_t x, uint64_t n)
+{
+    const uint64_t upper = (x << 32) / n, rest = (x << 32) % n;
+    return (upper << 32 | (rest << 32) / n) + ((rest << 32) % n != 0);
+}
+
+// Steps by products, for lda * ldb <= cycle_products_below. tight: every position is a source.
+template <bool tight> struct cycles_by_products {
+    uint64_t n_outer, n_inner, lda, last;
+    uint64_t line_fraction;              // 1 / lda
+    uint64_t step_fraction[cycle_steps]; // ldb, ldb^2, .. modulo last, by last
+
+    cycles_by_products(uint64_t outer, uint64_t inner, uint64_t ld_source, uint64_t ld_result)
+        : n_outer(outer), n_inner(inner), lda(ld_source), last(ld_source * ld_result - 1),
+          line_fraction(fraction_of(1, ld_source))
     {
+        uint64_t power = 1;
+        for (uint64_t &fraction : step_fraction) {
+            power = power * ld_result % last;
+            fraction = fraction_of(power, last);
+        }
     }
-    uint64_t next(uint64_t p) const
+    // The next positions behind p, which is not the last.
+    void next(uint64_t p, uint64_t *to) const
     {
-        const uint64_t line = over_lda(p);
-        return (p - line * lda) * ldb + line;
+#pragma GCC unroll 4
+        for (uint64_t k = 0; k < cycle_steps; ++k)
+            to[k] = high_product(p * step_fraction[k], last);
     }
-    bool is_in_columns(uint64_t p) const { return p - over_lda(p) * lda < n_inner; }
+    bool is_in_columns(uint64_t p) const
+    {
+        return tight || high_product(p * line_fraction, lda) < n_inner;
+    }
     bool is_source(uint64_t p) const
     {
-        const uint64_t line = over_lda(p);
-        return line < n_outer && p - line * lda < n_inner;
+        return tight || (high_product(p, line_fraction) < n_outer && is_in_columns(p));
     }
 };
 
-// Without padding every position is a source, and f(p) = p*M - (p div L)*(L*M - 1).
-template <class quotient> struct cycles_tight {
-    uint64_t ldb, last;
-    quotient over_lda;
+struct cycles_by_division {
+    uint64_t n_outer, n_inner, lda, ldb; // of the source; ldb of the result
 
-    cycles_tight(uint64_t, uint64_t, uint64_t ld_source, uint64_t ld_result)
-        : ldb(ld_result), last(ld_source * ld_result - 1), over_lda(ld_source)
+    void next(uint64_t p, uint64_t *to) const
     {
+        for (uint64_t k = 0; k < cycle_steps; ++k)
+            to[k] = p = p % lda * ldb + p / lda;
     }
-    uint64_t next(uint64_t p) const { return p * ldb - over_lda(p) * last; }
-    bool is_in_columns(uint64_t) const { return true; }
-    bool is_source(uint64_t) const { return true; }
+    bool is_in_columns(uint64_t p) const { return p % lda < n_inner; }
+    bool is_source(uint64_t p) const { return p / lda < n_outer && is_in_columns(p); }
 };
 
-// The first steps run without a branch of their own, so that the walks of several elements overlap: they find most of
-// the elements that are no leaders.
+// Whether the cycle of p has no source position below p. Steps beyond the one that comes back to p meet none that is
+// new.
 template <class cycles> inline bool is_leader(const cycles &walk, uint64_t p)
 {
-    constexpr int screened = 4; // [steps]
-    uint64_t q = p;
-    bool lower = false;
+    uint64_t q[cycle_steps];
+    for (walk.next(p, q);; walk.next(q[cycle_steps - 1], q)) {
+        bool back = false;
 #pragma GCC unroll 4
-    for (int step = 0; step < screened; ++step) {
-        q = walk.next(q);
-        lower |= q < p && walk.is_in_columns(q);
+        for (uint64_t k = 0; k < cycle_steps; ++k) {
+            if (q[k] < p && walk.is_in_columns(q[k]))
+                return false;
+            back |= q[k] == p;
+        }
+        if (back)
+            return true;
     }
-    if (lower)
-        return false;
-    q = walk.next(p);
-    while (q > p || !walk.is_in_columns(q))
-        q = walk.next(q);
-    return q == p;
 }
 
 // Moves the cycle of a leader; answers how many elements landed.
 template <class cycles> uint64_t move_cycle(const cycles &walk, uint64_t leader, float *a, float alpha)
 {
-    uint64_t landed = 0, to = leader;
+    uint64_t landed = 0, to[cycle_steps];
     float hold = a[leader];
     bool holds = true;
-    do {
-        to = walk.next(to);
-        const bool saves = walk.is_source(to);
-        const float save = saves ? a[to] : 0.0f;
-        if (holds) {
-            a[to] = alpha * hold;
-            ++landed;
+    for (walk.next(leader, to);; walk.next(to[cycle_steps - 1], to)) {
+#pragma GCC unroll 4
+        for (uint64_t k = 0; k < cycle_steps; ++k) {
+            const bool saves = walk.is_source(to[k]);
+            const float save = saves ? a[to[k]] : 0.0f;
+            if (holds) {
+                a[to[k]] = alpha * hold;
+                ++landed;
+            }
+            if (to[k] == leader)
+                return landed;
+            hold = save;
+            holds = saves;
         }
-        hold = save;
-        holds = saves;
-    } while (to != leader);
-    return landed;
+    }
 }
 
 template <class cycles>
-void simatcopy_cycles(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
+void simatcopy_cycles(const cycles &walk, uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb,
+                      float alpha)
 {
-    const cycles walk(n_outer, n_inner, lda, ldb);
     uint64_t left = n_outer * n_inner;
     if (n_outer == ldb && n_inner == lda) { // the last position stays where it is, and would keep the walk going
         a[left - 1] *= alpha;
@@ -126,31 +138,24 @@ void simatcopy_cycles(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda
     }
 }
 
-template <class quotient>
-void simatcopy_cycles_of(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
-{
-    if (n_outer == ldb && n_inner == lda)
-        simatcopy_cycles<cycles_tight<quotient>>(n_outer, n_inner, a, lda, ldb, alpha);
-    else
-        simatcopy_cycles<cycles_padded<quotient>>(n_outer, n_inner, a, lda, ldb, alpha);
-}
-
 inline void simatcopy_mipt_t_body(uint64_t n_outer, uint64_t n_inner, float *a, uint64_t lda, uint64_t ldb, float alpha)
 {
     trans_took(trans_route_mipt_t);
     if (n_outer == 0 || n_inner == 0)
         return;
-    uint64_t area, reach;
+    uint64_t area;
     if (n_outer == 1) { // targets lie at or above their sources: from the last one down
         for (uint64_t j = n_inner; j-- > 0;)
             a[j * ldb] = alpha * a[j];
     } else if (n_inner == 1) {
         for (uint64_t i = 0; i < n_outer; ++i)
             a[i] = alpha * a[i * lda];
-    } else if (lda > 1 && !__builtin_mul_overflow(lda, ldb, &area) && !__builtin_mul_overflow(area, lda, &reach)) {
-        simatcopy_cycles_of<quotient_by_product>(n_outer, n_inner, a, lda, ldb, alpha);
+    } else if (lda < 2 || ldb < 2 || __builtin_mul_overflow(lda, ldb, &area) || area > cycle_products_below) {
+        simatcopy_cycles(cycles_by_division{n_outer, n_inner, lda, ldb}, n_outer, n_inner, a, lda, ldb, alpha);
+    } else if (n_outer == ldb && n_inner == lda) {
+        simatcopy_cycles(cycles_by_products<true>(n_outer, n_inner, lda, ldb), n_outer, n_inner, a, lda, ldb, alpha);
     } else {
-        simatcopy_cycles_of<quotient_by_division>(n_outer, n_inner, a, lda, ldb, alpha);
+        simatcopy_cycles(cycles_by_products<false>(n_outer, n_inner, lda, ldb), n_outer, n_inner, a, lda, ldb, alpha);
     }
 }
 } // namespace
