@@ -2,6 +2,7 @@
 // a := alpha*a^T in place, n x n: tiles for alpha = 1, pairs that are scaled as they swap for any other; and the share
 // of a team's worker.
 #pragma once
+#include "trans/body/settled.h"
 #include "trans/body/ssqtrans_body.h"
 #include "trans/trans.h"
 
@@ -9,6 +10,8 @@ namespace
 {
 constexpr uint64_t square_team_least = 257; // [elements]
 constexpr int32_t square_team_class = 6;    // what ssqtrans_team answers
+constexpr uint64_t way_bytes = 4096;        // [bytes] between lines that share one set of the first cache
+constexpr uint64_t aliased_lines = 16;      // [lines] in one set from which on stores wait
 
 // x, y := alpha*y, alpha*x; x = y is scaled once.
 inline void exchange_scaled(float *x, float *y, float alpha)
@@ -18,13 +21,38 @@ inline void exchange_scaled(float *x, float *y, float alpha)
     *y = product_x;
 }
 
-// Row i against column i up to the diagonal.
+// Row i against column i up to the diagonal. steps_back: two rounds begin when the stores of the two that many times
+// before have left the queue (trans/body/settled.h), for the loads in front would throw out the lines that these are to
+// be written to; 0: at once.
+template <int steps_back> void exchange_rows_scaled(uint64_t n, float *a, uint64_t lda, float alpha)
+{
+    constexpr uint64_t together = 2 * pair_round;
+    for (uint64_t i = 0; i < n; ++i) {
+        float *row = a + i * lda, *column = a + i;
+        uint64_t left = i + 1, zero_before = 0;
+        for (; steps_back > 0 && left >= together; left -= together) {
+#pragma GCC unroll 8
+            for (uint64_t k = 0; k < together; ++k)
+                exchange_scaled(row + k, column + k * lda, alpha);
+            const uint64_t zero = settled_zero(column + (together - 1) * lda - 1);
+            row += together;
+            column += together * lda + (steps_back == 1 ? zero : zero_before);
+            zero_before = zero;
+        }
+        in_rounds<pair_round>(left, [=](uint64_t k) { exchange_scaled(row + k, column + k * lda, alpha); });
+    }
+}
+
 inline void square_t_scaled(uint64_t n, float *a, uint64_t lda, float alpha)
 {
-    for (uint64_t i = 0; i < n; ++i) {
-        float *const row = a + i * lda, *const column = a + i;
-        in_rounds<pair_round>(i + 1, [=](uint64_t k) { exchange_scaled(row + k, column + k * lda, alpha); });
-    }
+    const uint64_t line = lda * sizeof *a, apart = line & (0 - line); // the power of two in the distance of lines
+    const uint64_t sharing = apart < way_bytes ? apart : way_bytes;
+    if (sharing < aliased_bytes || n * sharing <= way_bytes * aliased_lines)
+        exchange_rows_scaled<0>(n, a, lda, alpha);
+    else if (sharing == way_bytes)
+        exchange_rows_scaled<1>(n, a, lda, alpha);
+    else
+        exchange_rows_scaled<2>(n, a, lda, alpha);
 }
 
 // path names ssqtrans and team.
