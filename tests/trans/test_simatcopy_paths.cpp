@@ -114,6 +114,7 @@ TEST_F(simatcopy, squares_at_power_of_two_lines)
                 if (n * lead > arena_floats)
                     continue;
                 check(*m, {'C', 'T', n, n, 1.0f, lead, lead}, true);
+                check(*m, {'R', 'T', n, n, -1.5f, lead, lead}, true); // stores wait for each other in some of them
                 if (HasFatalFailure())
                     return;
             }
