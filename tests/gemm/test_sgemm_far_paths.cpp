@@ -67,18 +67,14 @@ TEST(sgemm_far, columns_more_than_two_to_the_31_elements_apart)
     // packed by m; packed by m and n.
     constexpr sizes roads[] = {{5, 3, 2},  {13, 9, 17}, {40, 9, 9},  {9, 9, 40},
                                {6, 10, 6}, {3, 2, 50},  {200, 9, 5}, {73, 74, 9}};
-    for (const std::string &path : tesh_test::paths_to_run())
-        for (const routines &r : table) {
-            if (path != r.path)
-                continue;
-            for (const char transa : {'N', 'T'})
-                for (const char transb : {'N', 'T'})
-                    for (const float beta : {1.0f, 0.5f})
-                        for (const sizes &s : roads) {
-                            check(r.xsgemm, transa, transb, s.m, s.n, s.k, beta);
-                            check(r.pst, transa, transb, s.m, s.n, s.k, beta);
-                            if (HasFatalFailure())
-                                return;
-                        }
-        }
+    for (const routines &r : tesh_test::rows_to_run(table))
+        for (const char transa : {'N', 'T'})
+            for (const char transb : {'N', 'T'})
+                for (const float beta : {1.0f, 0.5f})
+                    for (const sizes &s : roads) {
+                        check(r.xsgemm, transa, transb, s.m, s.n, s.k, beta);
+                        check(r.pst, transa, transb, s.m, s.n, s.k, beta);
+                        if (HasFatalFailure())
+                            return;
+                    }
 }

@@ -32,12 +32,7 @@ std::vector<member> members()
                           {"mc3", false, tesh_blas_mc3_xsgemmger},
                           {"avx2", true, tesh_blas_avx2_xsgemmger},
                           {"avx512", true, tesh_blas_avx512_xsgemmger}};
-    std::vector<member> chosen;
-    for (const std::string &path : tesh_test::paths_to_run())
-        for (const member &m : all)
-            if (m.path == path)
-                chosen.push_back(m);
-    return chosen;
+    return tesh_test::rows_to_run(all);
 }
 
 // Operands of one call: every array ends at a page that faults, or begins behind one.

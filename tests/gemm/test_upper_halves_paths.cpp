@@ -14,7 +14,7 @@
 namespace
 {
 struct path_row {
-    const char *name;
+    const char *path;
     tesh_blas_sgemm_fn *sgemm;
 };
 constexpr path_row rows[] = {
@@ -53,7 +53,7 @@ protected:
         row.sgemm(p.trans, p.trans + 1, &p.m, &p.n, &p.k, &alpha_, a_.data(), &ld, b_.data(), &ld, &p.beta, c_.data(),
                   &ld);
         const bool in_use = tesh_test::upper_halves_in_use();
-        EXPECT_FALSE(in_use) << row.name << ' ' << p.trans << " m " << p.m << " n " << p.n << " k " << p.k << " beta "
+        EXPECT_FALSE(in_use) << row.path << ' ' << p.trans << " m " << p.m << " n " << p.n << " k " << p.k << " beta "
                              << p.beta;
     }
     void check(const path_row &row)
@@ -72,9 +72,7 @@ private:
 
 TEST_F(upper_halves, are_clear_after_every_product)
 {
-    for (const std::string &path : tesh_test::paths_to_run())
-        for (const path_row &row : rows)
-            if (path == row.name)
-                check(row);
+    for (const path_row &row : tesh_test::rows_to_run(rows))
+        check(row);
 }
 } // namespace

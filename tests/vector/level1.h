@@ -49,12 +49,7 @@ inline std::vector<member_set> members()
         {"avx512", true, tesh_blas_avx512_xsaxpby, tesh_blas_avx512_xsaxpy, tesh_blas_avx512_xscopy,
          tesh_blas_avx512_xsscal, tesh_blas_avx512_xsswap, tesh_blas_avx512_xsrot, tesh_blas_avx512_xsnrm2,
          tesh_blas_avx512_xsrotm}};
-    std::vector<member_set> chosen;
-    for (const std::string &path : tesh_test::paths_to_run())
-        for (const member_set &m : all)
-            if (m.path == path)
-                chosen.push_back(m);
-    return chosen;
+    return tesh_test::rows_to_run(all);
 }
 
 inline float load(const char *p)

@@ -20,7 +20,7 @@ constexpr float one = 1.0f, two_to_24 = 16777216.0f;
 constexpr std::int64_t unit = 1;
 
 struct path_row {
-    const char *name;
+    const char *path;
     tesh_blas_sgemv_fn *sgemv;
     tesh_blas_strmv_fn *strmv;
     tesh_blas_strmv_in_fn *strmv_in;
@@ -35,14 +35,7 @@ constexpr path_row all_rows[] = {
 
 std::vector<path_row> rows()
 {
-    std::vector<path_row> found;
-    for (const std::string &path : tesh_test::paths_to_run()) {
-        for (const path_row &row : all_rows) {
-            if (path == row.name)
-                found.push_back(row);
-        }
-    }
-    return found;
+    return tesh_test::rows_to_run(all_rows);
 }
 
 std::vector<float> uniform(std::int64_t count, std::uint64_t stream)
@@ -74,7 +67,7 @@ float add_two_products(const path_row &row, std::int64_t n, std::int64_t incx, s
     }
     row.sgemv("T", &m, &n, &one, a.data(), &m, x.data(), &incx, &one, y.data(), &unit, 1);
     for (const float value : y)
-        EXPECT_EQ(value, y[0]) << row.name << " n " << n;
+        EXPECT_EQ(value, y[0]) << row.path << " n " << n;
     return y[0];
 }
 
@@ -82,7 +75,7 @@ TEST(sgemv_order, dots_go_in_panels_of_512_rows_where_a_path_has_them)
 {
     const std::int64_t pairs[][2] = {{5, 600}, {511, 512}, {510, 511}, {0, 511}, {512, 1023}, {1023, 1024}, {3, 1030}};
     for (const path_row &row : rows()) {
-        const std::string path = row.name;
+        const std::string path = row.path;
         for (const std::int64_t incx : {1, 2, -2}) {
             const bool panels = path != "avx512" && (path != "avx2" || incx != 1);
             for (const auto &pair : pairs) {
@@ -135,11 +128,11 @@ TEST(sgemv_order, negative_zeros_add_up_to_a_negative_zero)
                 std::vector<float> y(static_cast<std::size_t>(m), -0.0f);
                 row.sgemv("N", &m, &n, &one, a.data(), &m, x.data(), &unit, &one, y.data(), &unit, 1);
                 for (const float value : y)
-                    ASSERT_TRUE(value == 0.0f && std::signbit(value)) << row.name << " m " << m << " n " << n;
+                    ASSERT_TRUE(value == 0.0f && std::signbit(value)) << row.path << " m " << m << " n " << n;
                 const float zero = 0.0f;
                 row.sgemv("N", &m, &n, &one, a.data(), &m, x.data(), &unit, &zero, y.data(), &unit, 1);
                 for (const float value : y)
-                    ASSERT_TRUE(value == 0.0f && !std::signbit(value)) << row.name << " m " << m << " n " << n;
+                    ASSERT_TRUE(value == 0.0f && !std::signbit(value)) << row.path << " m " << m << " n " << n;
             }
         }
     }
@@ -174,7 +167,7 @@ TEST(strmv_order, blocks_of_32_with_the_odd_one_reached_last)
                                     count);
                     }
                     row.strmv(uplo, trans, "N", &n, a.data(), &n, x.data(), &unit, 1, 1, 1);
-                    EXPECT_TRUE(same_bits(x, expected)) << row.name << ' ' << uplo << trans << " n " << n;
+                    EXPECT_TRUE(same_bits(x, expected)) << row.path << ' ' << uplo << trans << " n " << n;
                 }
             }
         }

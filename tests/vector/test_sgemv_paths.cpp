@@ -20,7 +20,7 @@ constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 constexpr float inf_value = std::numeric_limits<float>::infinity();
 
 struct path_row {
-    const char *name;
+    const char *path;
     tesh_blas_sgemv_fn *sgemv;
 };
 constexpr path_row all_rows[] = {
@@ -31,14 +31,7 @@ constexpr path_row all_rows[] = {
 // The routines of the paths that this run tests.
 std::vector<path_row> rows()
 {
-    std::vector<path_row> found;
-    for (const std::string &path : tesh_test::paths_to_run()) {
-        for (const path_row &row : all_rows) {
-            if (path == row.name)
-                found.push_back(row);
-        }
-    }
-    return found;
+    return tesh_test::rows_to_run(all_rows);
 }
 
 class sgemv : public testing::Test
@@ -47,7 +40,7 @@ protected:
     void check(const sgemv_problem &p)
     {
         for (const path_row &row : rows()) {
-            SCOPED_TRACE(row.name);
+            SCOPED_TRACE(row.path);
             check_sgemv(p, row.sgemv, worst_);
         }
     }
@@ -247,7 +240,7 @@ TEST_F(sgemv, operands_may_lie_off_element_boundaries)
                     const auto at = [&](const auto &bytes) { return reinterpret_cast<float *>(bytes.get() + off); };
                     row.sgemv(&p.trans, &p.m, &p.n, &p.alpha, at(a), &lda, at(x), &inc, &p.beta, at(y), &inc, 1);
                     EXPECT_EQ(std::memcmp(y.get() + off, expected.y.data(), static_cast<std::size_t>(y_span) * 4), 0)
-                        << row.name << ' ' << p.text() << " off by " << off;
+                        << row.path << ' ' << p.text() << " off by " << off;
                 }
             }
         }
@@ -294,7 +287,7 @@ TEST_F(sgemv, alpha_zero_reads_neither_a_nor_x)
                             y[i] = beta == 0.0f ? nan_value : 3.0f;
                         row.sgemv(&trans, &n, &n, &alpha, nullptr, &n, nullptr, &inc, &beta, y.data(), &inc, 1);
                         for (std::int64_t i = 0; i < n; ++i)
-                            ASSERT_EQ(y[i], beta == 0.0f ? 0.0f : 6.0f) << row.name << ' ' << trans << ' ' << i;
+                            ASSERT_EQ(y[i], beta == 0.0f ? 0.0f : 6.0f) << row.path << ' ' << trans << ' ' << i;
                         ASSERT_TRUE(y.gaps_untouched());
                     }
                 }
@@ -317,7 +310,7 @@ TEST_F(sgemv, nan_alpha_or_beta_takes_the_general_way)
                 const sgemv_operands o(p);
                 o.call(p, row.sgemv);
                 for (std::int64_t i = 0; i < p.y_count(); ++i)
-                    ASSERT_TRUE(std::isnan(o.y[i])) << row.name << ' ' << trans << ' ' << i;
+                    ASSERT_TRUE(std::isnan(o.y[i])) << row.path << ' ' << trans << ' ' << i;
             }
         }
     }
@@ -347,16 +340,16 @@ TEST_F(sgemv, special_values_travel_as_the_arithmetic_says)
                         plain.call(p, row.sgemv);
                         for (std::int64_t i = 0; i < 45; ++i) {
                             if (i == hit)
-                                ASSERT_TRUE(std::isnan(o.y[i])) << row.name << ' ' << p.text() << ' ' << k;
+                                ASSERT_TRUE(std::isnan(o.y[i])) << row.path << ' ' << p.text() << ' ' << k;
                             else
-                                ASSERT_EQ(o.y[i], plain.y[i]) << row.name << ' ' << p.text() << ' ' << k;
+                                ASSERT_EQ(o.y[i], plain.y[i]) << row.path << ' ' << p.text() << ' ' << k;
                         }
                     }
                     const sgemv_operands o(p);
                     o.x[k] = nan_value;
                     o.call(p, row.sgemv);
                     for (std::int64_t i = 0; i < 45; ++i)
-                        ASSERT_TRUE(std::isnan(o.y[i])) << row.name << ' ' << p.text() << ' ' << k;
+                        ASSERT_TRUE(std::isnan(o.y[i])) << row.path << ' ' << p.text() << ' ' << k;
                 }
             }
         }
@@ -374,22 +367,22 @@ TEST_F(sgemv, one_element_y_is_scaled_for_each_element_before_the_products)
             row.sgemv(&trans, &count, &one, &alpha, nullptr, &count, nullptr, &one, &beta, &y, &inc, 1);
             return y;
         };
-        EXPECT_EQ(scaled(5.0f, 2.0f, 3), 40.0f) << row.name;
-        EXPECT_EQ(scaled(nan_value, 0.0f, 3), 0.0f) << row.name;
-        EXPECT_EQ(scaled(5.0f, 1.0f, 3), 5.0f) << row.name;
+        EXPECT_EQ(scaled(5.0f, 2.0f, 3), 40.0f) << row.path;
+        EXPECT_EQ(scaled(nan_value, 0.0f, 3), 0.0f) << row.path;
+        EXPECT_EQ(scaled(5.0f, 1.0f, 3), 5.0f) << row.path;
         for (std::int64_t count = 1; count < 100; ++count) {
-            EXPECT_EQ(scaled(3.0f, -1.0f, count), count % 2 == 0 ? 3.0f : -3.0f) << row.name << ' ' << count;
-            EXPECT_EQ(scaled(0x1p-60f, 2.0f, count), std::ldexp(1.0f, static_cast<int>(count) - 60)) << row.name;
+            EXPECT_EQ(scaled(3.0f, -1.0f, count), count % 2 == 0 ? 3.0f : -3.0f) << row.path << ' ' << count;
+            EXPECT_EQ(scaled(0x1p-60f, 2.0f, count), std::ldexp(1.0f, static_cast<int>(count) - 60)) << row.path;
             const double expected = 3.0 * std::pow(static_cast<double>(0.99f), static_cast<double>(count));
             EXPECT_NEAR(static_cast<double>(scaled(3.0f, 0.99f, count)), expected,
                         tesh_test::gamma_n(static_cast<double>(count) + 16.0) * expected);
         }
-        EXPECT_EQ(scaled(0.0f, 2.0f, 100000), 0.0f) << row.name;
-        EXPECT_TRUE(std::signbit(scaled(0.0f, -2.0f, 100001))) << row.name;
-        EXPECT_EQ(scaled(-inf_value, 0.5f, 100000), -inf_value) << row.name;
-        EXPECT_EQ(scaled(1.0f, 2.0f, 100000), inf_value) << row.name;
-        EXPECT_TRUE(std::isnan(scaled(1.0f, nan_value, 7))) << row.name;
-        EXPECT_TRUE(std::isnan(scaled(0.0f, inf_value, 7))) << row.name;
+        EXPECT_EQ(scaled(0.0f, 2.0f, 100000), 0.0f) << row.path;
+        EXPECT_TRUE(std::signbit(scaled(0.0f, -2.0f, 100001))) << row.path;
+        EXPECT_EQ(scaled(-inf_value, 0.5f, 100000), -inf_value) << row.path;
+        EXPECT_EQ(scaled(1.0f, 2.0f, 100000), inf_value) << row.path;
+        EXPECT_TRUE(std::isnan(scaled(1.0f, nan_value, 7))) << row.path;
+        EXPECT_TRUE(std::isnan(scaled(0.0f, inf_value, 7))) << row.path;
     }
 }
 
@@ -415,7 +408,7 @@ TEST_F(sgemv, one_element_y_loses_no_product)
                                         static_cast<double>(o.x[k]);
                     }
                     o.call(p, row.sgemv);
-                    ASSERT_EQ(static_cast<double>(o.y[0]), expected) << row.name << ' ' << p.text();
+                    ASSERT_EQ(static_cast<double>(o.y[0]), expected) << row.path << ' ' << p.text();
                 }
             }
         }
@@ -458,7 +451,7 @@ TEST_F(sgemv, reproducible_forms_give_the_same_bits_at_every_alignment)
 {
     for (const path_row &row : rows()) {
         if (row.sgemv == tesh_blas_cnr_def_xsgemv || row.sgemv == tesh_blas_mc3_xsgemv_cnr)
-            expect_fixed_bits(row.name, row.sgemv);
+            expect_fixed_bits(row.path, row.sgemv);
     }
 }
 
@@ -487,7 +480,7 @@ TEST_F(sgemv, wide_paths_give_the_same_bits_at_every_address_and_leading_dimensi
                             const sgemv_operands o(moved, 5);
                             o.call(moved, row.sgemv);
                             for (std::int64_t i = 0; i < p.y_count(); ++i)
-                                ASSERT_EQ(o.y[i], first.y[i]) << row.name << ' ' << moved.text() << ' ' << i;
+                                ASSERT_EQ(o.y[i], first.y[i]) << row.path << ' ' << moved.text() << ' ' << i;
                         }
                     }
                 }
@@ -521,7 +514,7 @@ TEST_F(sgemv, columns_are_added_one_by_one_with_one_rounding)
                         float expected = before.y[i] * p.beta;
                         for (std::int64_t j = 0; j < n; ++j)
                             expected = std::fma(before.a(i, j), p.alpha * before.x[j], expected);
-                        ASSERT_EQ(o.y[i], expected) << row.name << ' ' << p.text() << " element " << i;
+                        ASSERT_EQ(o.y[i], expected) << row.path << ' ' << p.text() << " element " << i;
                     }
                 }
             }
@@ -552,8 +545,8 @@ TEST_F(sgemv, rest_lanes_raise_no_flag)
                         p.beta = in_alpha ? 1.0f : inf_value;
                         std::feclearexcept(FE_ALL_EXCEPT);
                         o.call(p, row.sgemv);
-                        EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << row.name << ' ' << p.text();
-                        EXPECT_EQ(o.y[0], inf_value) << row.name << ' ' << p.text();
+                        EXPECT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << row.path << ' ' << p.text();
+                        EXPECT_EQ(o.y[0], inf_value) << row.path << ' ' << p.text();
                     }
                 }
             }
@@ -591,7 +584,7 @@ TEST_F(sgemv, offsets_past_two_to_the_31_elements)
             near.call(p, row.sgemv);
             row.sgemv(&p.trans, &p.m, &p.n, &p.alpha, a.data(), &lda, x.data(), &incx, &p.beta, y.data(), &incy, 1);
             for (std::int64_t i = 0; i < p.y_count(); ++i)
-                ASSERT_EQ(y[static_cast<std::size_t>((p.y_count() - 1 - i) * stride)], near.y[i]) << row.name << trans;
+                ASSERT_EQ(y[static_cast<std::size_t>((p.y_count() - 1 - i) * stride)], near.y[i]) << row.path << trans;
         }
     }
 }

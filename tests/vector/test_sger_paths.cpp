@@ -23,7 +23,7 @@ constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 constexpr float inf_value = std::numeric_limits<float>::infinity();
 
 struct path_row {
-    const char *name;
+    const char *path;
     tesh_blas_sger_fn *sger;
 };
 constexpr path_row all_rows[] = {
@@ -33,14 +33,7 @@ constexpr path_row all_rows[] = {
 
 std::vector<path_row> rows()
 {
-    std::vector<path_row> found;
-    for (const std::string &path : tesh_test::paths_to_run()) {
-        for (const path_row &row : all_rows) {
-            if (path == row.name)
-                found.push_back(row);
-        }
-    }
-    return found;
+    return tesh_test::rows_to_run(all_rows);
 }
 
 struct shape {
@@ -94,7 +87,7 @@ TEST(sger, agrees_for_shapes_and_increments)
                                                                                   std::fabs(product) + std::fabs(old));
                                     worst.see(got, expected, kind == filling::integers ? 0.0 : bound);
                                     ASSERT_LE(std::fabs(got - expected), kind == filling::integers ? 0.0 : bound)
-                                        << row.name << " m " << m << " n " << n << " incx " << incx;
+                                        << row.path << " m " << m << " n " << n << " incx " << incx;
                                 }
                             }
                             ASSERT_TRUE(o.a.gaps_untouched());
@@ -134,9 +127,9 @@ TEST(sger, zero_in_y_leaves_its_column_even_if_x_holds_nan)
             for (std::int64_t j = 0; j < s.n; ++j) {
                 for (std::int64_t i = 0; i < s.m; ++i) {
                     const bool nan_expected = i == 4 && j != 4;
-                    ASSERT_EQ(std::isnan(o.a(i, j)), nan_expected) << row.name << ' ' << i << ' ' << j;
+                    ASSERT_EQ(std::isnan(o.a(i, j)), nan_expected) << row.path << ' ' << i << ' ' << j;
                     if (!nan_expected && (j == 1 || j == 4)) {
-                        ASSERT_EQ(o.a(i, j), before.a(i, j)) << row.name << ' ' << i << ' ' << j;
+                        ASSERT_EQ(o.a(i, j), before.a(i, j)) << row.path << ' ' << i << ' ' << j;
                     }
                 }
             }
@@ -154,12 +147,12 @@ TEST(sger, nan_in_y_or_alpha_is_not_skipped)
         for (std::int64_t j = 0; j < s.n; ++j) {
             all.y[j] = 1.0f;
             for (std::int64_t i = 0; i < s.m; ++i)
-                ASSERT_EQ(std::isnan(o.a(i, j)), j == 2) << row.name << ' ' << i << ' ' << j;
+                ASSERT_EQ(std::isnan(o.a(i, j)), j == 2) << row.path << ' ' << i << ' ' << j;
         }
         all.call(nan_value, row.sger);
         for (std::int64_t j = 0; j < s.n; ++j) {
             for (std::int64_t i = 0; i < s.m; ++i)
-                ASSERT_TRUE(std::isnan(all.a(i, j))) << row.name << ' ' << i << ' ' << j;
+                ASSERT_TRUE(std::isnan(all.a(i, j))) << row.path << ' ' << i << ' ' << j;
         }
     }
 }
@@ -174,8 +167,8 @@ TEST(sger, factor_that_underflows_to_zero_leaves_its_column)
         o.y[1] = 1.0f;
         o.x[3] = inf_value;
         o.call(0x1p-100f, row.sger);
-        EXPECT_EQ(o.a(3, 0), before.a(3, 0)) << row.name;
-        EXPECT_EQ(o.a(3, 1), inf_value) << row.name;
+        EXPECT_EQ(o.a(3, 0), before.a(3, 0)) << row.path;
+        EXPECT_EQ(o.a(3, 1), inf_value) << row.path;
     }
 }
 } // namespace

@@ -23,7 +23,7 @@ namespace
 constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 
 struct path_row {
-    const char *name;
+    const char *path;
     tesh_blas_strmv_fn *strmv;
     tesh_blas_strmv_in_fn *strmv_in;
 };
@@ -37,14 +37,7 @@ constexpr path_row all_rows[] = {
 
 std::vector<path_row> rows()
 {
-    std::vector<path_row> found;
-    for (const std::string &path : tesh_test::paths_to_run()) {
-        for (const path_row &row : all_rows) {
-            if (path == row.name)
-                found.push_back(row);
-        }
-    }
-    return found;
+    return tesh_test::rows_to_run(all_rows);
 }
 
 struct problem {
@@ -119,9 +112,9 @@ void check(const problem &p, const path_row &row, bool block_step, tesh_test::wo
         const double bound = p.kind == filling::integers ? 0.0 : tesh_test::product_bound(p.n, 1.0, magnitude[at]);
         worst.see(got, expected[at], bound);
         ASSERT_LE(std::fabs(got - expected[at]), bound)
-            << row.name << (block_step ? " block step " : " ") << p.text() << " element " << i;
+            << row.path << (block_step ? " block step " : " ") << p.text() << " element " << i;
     }
-    ASSERT_TRUE(o.x.gaps_untouched()) << row.name << ' ' << p.text();
+    ASSERT_TRUE(o.x.gaps_untouched()) << row.path << ' ' << p.text();
     const std::vector<float> a_after = o.a.copy();
     ASSERT_EQ(a_before.size(), a_after.size());
     ASSERT_EQ(std::memcmp(a_before.data(), a_after.data(), a_before.size() * sizeof(float)), 0) << p.text();
@@ -196,7 +189,7 @@ TEST(strmv, order_33_has_a_block_of_32_and_one_of_1)
             const std::int64_t far_row = shape.upper() != shape.transposed() ? 0 : 32;
             const float corner = shape.upper() ? o.a(0, 32) : o.a(32, 0);
             const float diagonal = shape.unit() ? 1.0f : o.a(far_row, far_row);
-            EXPECT_EQ(o.x[far_row], diagonal + corner) << row.name << ' ' << shape.text();
+            EXPECT_EQ(o.x[far_row], diagonal + corner) << row.path << ' ' << shape.text();
         });
     }
 }
@@ -253,9 +246,9 @@ TEST(strmv, nan_travels_as_the_arithmetic_says)
                     in_a.call(shape, row, block_step);
                     for (std::int64_t i = 0; i < p.n; ++i) {
                         const bool reads = i == hit || (shape.upper() != shape.transposed() ? i < hit : i > hit);
-                        ASSERT_EQ(std::isnan(o.x[i]), reads) << row.name << ' ' << shape.text() << ' ' << hit;
+                        ASSERT_EQ(std::isnan(o.x[i]), reads) << row.path << ' ' << shape.text() << ' ' << hit;
                         ASSERT_EQ(std::isnan(in_a.x[i]), i == (shape.transposed() ? c : r))
-                            << row.name << ' ' << shape.text() << ' ' << hit;
+                            << row.path << ' ' << shape.text() << ' ' << hit;
                     }
                 }
             });
@@ -266,7 +259,7 @@ TEST(strmv, nan_travels_as_the_arithmetic_says)
 TEST(strmv, cnr_def_gives_the_same_bits_at_every_alignment)
 {
     for (const path_row &row : rows()) {
-        if (std::string(row.name) != "cnr_def")
+        if (std::string(row.path) != "cnr_def")
             continue;
         problem p;
         p.n = 77;
@@ -307,7 +300,7 @@ TEST(strmv, increments_past_32_bit_indices)
                           1, 1);
                 near.call(shape, row, false);
                 for (std::int64_t i = 0; i < p.n; ++i)
-                    ASSERT_EQ(place(i), near.x[i]) << row.name << ' ' << shape.text() << ' ' << incx;
+                    ASSERT_EQ(place(i), near.x[i]) << row.path << ' ' << shape.text() << ' ' << incx;
             });
         }
     }

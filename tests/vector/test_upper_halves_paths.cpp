@@ -94,30 +94,26 @@ void visit_shapes(const std::function<void(std::int64_t m, std::int64_t n, std::
 TEST_F(upper_halves, are_clear_after_every_matrix_vector_routine)
 {
     const float two = 2.0f, three = 3.0f;
-    for (const std::string &path : tesh_test::paths_to_run()) {
-        for (const level2_row &row : level2_rows) {
-            if (path != row.path)
-                continue;
-            visit_shapes([&](std::int64_t m, std::int64_t n, std::int64_t inc) {
-                std::vector<float> matrix(static_cast<std::size_t>(m * n)), u(300), v(300);
-                float *a = matrix.data(), *x = u.data(), *y = v.data();
-                const std::string at =
-                    path + " m " + std::to_string(m) + " n " + std::to_string(n) + " inc " + std::to_string(inc);
-                for (const char *trans : {"N", "T"}) {
-                    expect_clear_after(std::string("sgemv ") + trans + " " + at,
-                                       [&] { row.sgemv(trans, &m, &n, &two, a, &m, x, &inc, &three, y, &inc, 1); });
-                    if (m != n)
-                        continue;
-                    expect_clear_after(std::string("strmv ") + trans + " " + at,
-                                       [&] { row.strmv("U", trans, "N", &n, a, &m, x, &inc, 1, 1, 1); });
-                    expect_clear_after(std::string("strmv_in ") + trans + " " + at,
-                                       [&] { row.strmv_in("L", trans, "N", &n, a, &m, x, &inc); });
-                }
-                expect_clear_after("sger " + at, [&] { row.sger(&m, &n, &two, x, &inc, y, &inc, a, &m); });
-                expect_clear_after("sgemmger " + at,
-                                   [&] { row.sgemmger("N", "N", &m, &n, &two, x, &inc, y, &inc, &three, a, &m); });
-            });
-        }
+    for (const level2_row &row : tesh_test::rows_to_run(level2_rows)) {
+        visit_shapes([&](std::int64_t m, std::int64_t n, std::int64_t inc) {
+            std::vector<float> matrix(static_cast<std::size_t>(m * n)), u(300), v(300);
+            float *a = matrix.data(), *x = u.data(), *y = v.data();
+            const std::string at = row.path + std::string(" m ") + std::to_string(m) + " n " + std::to_string(n) +
+                                   " inc " + std::to_string(inc);
+            for (const char *trans : {"N", "T"}) {
+                expect_clear_after(std::string("sgemv ") + trans + " " + at,
+                                   [&] { row.sgemv(trans, &m, &n, &two, a, &m, x, &inc, &three, y, &inc, 1); });
+                if (m != n)
+                    continue;
+                expect_clear_after(std::string("strmv ") + trans + " " + at,
+                                   [&] { row.strmv("U", trans, "N", &n, a, &m, x, &inc, 1, 1, 1); });
+                expect_clear_after(std::string("strmv_in ") + trans + " " + at,
+                                   [&] { row.strmv_in("L", trans, "N", &n, a, &m, x, &inc); });
+            }
+            expect_clear_after("sger " + at, [&] { row.sger(&m, &n, &two, x, &inc, y, &inc, a, &m); });
+            expect_clear_after("sgemmger " + at,
+                               [&] { row.sgemmger("N", "N", &m, &n, &two, x, &inc, y, &inc, &three, a, &m); });
+        });
     }
 }
 } // namespace
