@@ -131,8 +131,12 @@ TEST(sgemm_check, zero_sizes_still_need_a_leading_dimension_of_one)
 {
     sgemm_call call;
     call.m = call.n = call.k = &i0;
-    call.lda = &i0;
+    call.lda = call.ldb = call.ldc = &i0;
     expect_report(call, 8);
+    call.lda = &i1;
+    expect_report(call, 10);
+    call.ldb = &i1;
+    expect_report(call, 13);
 }
 
 TEST(sgemm_check, empty_sizes_are_right)
@@ -224,7 +228,7 @@ TEST(cblas_sgemm, dimension_is_reported_before_the_layout)
     EXPECT_EQ(child.out, report(4, "cblas_sgemm"));
 }
 
-TEST(cblas_sgemm, reports_in_the_stated_order)
+TEST(cblas_sgemm, reports_the_layout_behind_the_dimensions_and_in_front_of_the_leading_ones)
 {
     struct row {
         int32_t layout, transa, transb;
@@ -239,7 +243,10 @@ TEST(cblas_sgemm, reports_in_the_stated_order)
         {102, 111, 113, 3, 5, 4, 3, 4, 3, 11},   {102, 111, 111, 3, 2, 4, 3, 4, 2, 14},
         {101, 111, 111, 3, 2, 4, 3, 2, 2, 9},    {101, 112, 111, 3, 2, 4, 2, 2, 2, 9},
         {101, 111, 111, 3, 5, 4, 4, 4, 5, 11},   {101, 111, 112, 3, 5, 4, 4, 3, 5, 11},
-        {101, 111, 111, 3, 5, 4, 4, 5, 4, 14},
+        {101, 111, 111, 3, 5, 4, 4, 5, 4, 14},   {102, 111, 111, 0, 0, 0, 0, 0, 0, 9},
+        {102, 111, 111, 0, 0, 0, 1, 0, 0, 11},   {102, 111, 111, 0, 0, 0, 1, 1, 0, 14},
+        {101, 112, 112, 0, 0, 0, 0, 0, 0, 9},    {101, 112, 112, 0, 0, 0, 1, 0, 0, 11},
+        {101, 112, 112, 0, 0, 0, 1, 1, 0, 14},
     };
     for (const row &r : rows) {
         float x[64] = {};

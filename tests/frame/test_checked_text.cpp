@@ -193,6 +193,9 @@ TEST_F(checked_text, strncat_reports_each_broken_bound_in_order_and_leaves_dest)
     expect_report("strncat_s: dmax exceeds max", 403);
     EXPECT_EQ(tesh_serv_strncat_s(dest, 8, dest + 1, 2), 404);
     expect_report("strncat_s: overlapping objects", 404);
+    char nothing_behind[8] = "old";
+    EXPECT_EQ(tesh_serv_strncat_s(nothing_behind, 8, nothing_behind + 3, 2), 404) << "the terminators meet";
+    expect_report("strncat_s: overlapping objects", 404);
     EXPECT_NE(tesh_serv_strncat_s(dest, 3, "x", 1), 0);
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].message, "strncat_s: dest unterminated");

@@ -124,6 +124,7 @@ TEST(round, goes_half_away_from_zero)
     EXPECT_EQ(s_round(2.25f), 2.0f);
     EXPECT_EQ(s_round(-2.25f), -2.0f);
     EXPECT_EQ(s_round(0.0f), 0.0f);
+    EXPECT_FALSE(std::signbit(s_round(0.0f)));
     EXPECT_EQ(s_round(-0.0f), 0.0f);
     EXPECT_EQ(d_round(0.5), 1.0);
     EXPECT_EQ(d_round(-0.5), -1.0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Work division: shares tile the range in the order of the ids, with the stated sizes.
+// Work division: shares tile the range in the order of the ids, of the right sizes.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -32,7 +32,7 @@ TEST(default_report, shows_20_characters_of_a_longer_name)
               "\nOrvan Tesh ERROR: Parameter 1 was incorrect on entry to abcdefghijklmnopqrst.\n");
 }
 
-TEST(default_report, shows_the_stated_length_of_the_name)
+TEST(default_report, shows_as_much_of_the_name_as_its_length_tells)
 {
     EXPECT_EQ(reported("SGEMMxxx", 1, 5).out, "\nOrvan Tesh ERROR: Parameter 1 was incorrect on entry to SGEMM.\n");
     EXPECT_EQ(reported("SGEMM", 1, 0).out, "\nOrvan Tesh ERROR: Parameter 1 was incorrect on entry to .\n");

@@ -114,7 +114,7 @@ TEST(sger, empty_shapes_and_alpha_zero_touch_nothing)
     }
 }
 
-TEST(sger, zero_in_y_leaves_its_column_even_if_x_holds_nan)
+TEST(sger, zero_in_y_leaves_its_column_even_if_x_holds_nan_or_alpha_is_infinite)
 {
     for (const path_row &row : rows()) {
         for (const float zero : {0.0f, -0.0f}) {
@@ -124,8 +124,14 @@ TEST(sger, zero_in_y_leaves_its_column_even_if_x_holds_nan)
             o.y[1] = o.y[4] = zero;
             o.a(4, 1) = nan_value;
             o.call(1.0f, row.sger);
+            const operands infinite(s, filling::random, guard::at_end);
+            infinite.y[1] = infinite.y[4] = zero;
+            infinite.call(inf_value, row.sger);
             for (std::int64_t j = 0; j < s.n; ++j) {
                 for (std::int64_t i = 0; i < s.m; ++i) {
+                    if (j == 1 || j == 4) {
+                        ASSERT_EQ(infinite.a(i, j), before.a(i, j)) << row.path << ' ' << i << ' ' << j;
+                    }
                     const bool nan_expected = i == 4 && j != 4;
                     ASSERT_EQ(std::isnan(o.a(i, j)), nan_expected) << row.path << ' ' << i << ' ' << j;
                     if (!nan_expected && (j == 1 || j == 4)) {
