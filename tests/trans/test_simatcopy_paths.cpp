@@ -347,7 +347,7 @@ TEST_F(simatcopy, values_travel_as_the_product_says)
 {
     const float values[] = {0.0f, -0.0f, 1.0f, infinity, -infinity, nan_value, 1e-44f, 3e38f, -2.5f};
     for (const members *m : trans_test::members_to_run())
-        for (float alpha : {0.0f, -0.0f, 1.0f, nan_value, infinity, 0.5f})
+        for (float alpha : {0.0f, -0.0f, 1.0f, nan_value, infinity, 0.5f, -1.0f})
             for (const char *form : {"RN", "RT", "CN", "CT"})
                 for (uint64_t n : {1, 3, 8, 21, 40})
                     for (uint64_t more : {0, 2}) {
