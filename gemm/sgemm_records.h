@@ -70,6 +70,7 @@ struct blas_matrix_view {
 enum {
     blas_routine_sgemm = 0,
     blas_routine_ssymm = 1,
+    blas_routine_hemm = 2, // none in single precision; goes the way of SSYMM
     blas_routine_ssyrk = 3,
     blas_routine_ssyr2k = 5,
     blas_routine_strmm = 7,

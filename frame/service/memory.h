@@ -45,8 +45,8 @@ static_assert(offsetof(bank_record, bank_count) == 200 && offsetof(bank_record, 
 
 // One per thread number, alone on a cache line.
 struct alignas(line_bytes) thread_slot {
-    int32_t
-        stated_number; // as the caller of the book stated it, 0 while its thread registers: tells which word to release
+    // As the caller of the book stated it, 0 while its thread registers: tells which word to release.
+    int32_t stated_number;
     bank_record *record; // null until the thread needs one
 };
 static_assert(sizeof(thread_slot) == 64 && offsetof(thread_slot, record) == 8, "slot layout");
@@ -234,6 +234,10 @@ inline void mm_init()
 
 extern int32_t mm_fast_memory_initialized; // 1 once high-bandwidth memory can be had
 extern int64_t mm_fast_memory_limit;       // [bytes] that may still be taken of it; -1: no limit
+inline int64_t mebibytes_to_bytes(size_t mebibytes)
+{
+    return static_cast<int64_t>(mebibytes << 20);
+}
 // Looks for the optional allocator of high-bandwidth memory. False if one was found but is too old to be used.
 bool mm_bind_fast_memory();
 void *mm_internal_malloc(size_t size);

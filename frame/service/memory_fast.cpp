@@ -200,13 +200,12 @@ int32_t tesh_serv_libc_is_static(void)
 int32_t tesh_serv_set_memory_limit(int32_t type, size_t mebibytes)
 {
     constexpr int32_t type_high_bandwidth = 1;
-    constexpr int mebibyte_shift = 20;
     mm_init();
     if (type != type_high_bandwidth || !mm_fast_memory_initialized)
         return 0;
     tesh_serv_lock(&mm_fast_memory_update_limit_lock);
     if (limit_now() == -1)
-        __atomic_store_n(&mm_fast_memory_limit, static_cast<int64_t>(mebibytes << mebibyte_shift), __ATOMIC_RELAXED);
+        __atomic_store_n(&mm_fast_memory_limit, mebibytes_to_bytes(mebibytes), __ATOMIC_RELAXED);
     tesh_serv_unlock(&mm_fast_memory_update_limit_lock);
     return 1;
 }

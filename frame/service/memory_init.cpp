@@ -20,17 +20,11 @@ using namespace tesh_memory;
 namespace
 {
 constexpr int32_t setting_bytes = 32; // room for the text of a setting
-constexpr int mebibyte_shift = 20;
 
 uint8_t env_has_been_cached; // 1 once the settings are read, or fixed by tesh_serv_disable_fast_mm
 int32_t mm_init_lock;
 [[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_tesh_fast_mm_lock = &tesh_fast_mm_lock;
 [[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_mm_init_lock = &mm_init_lock;
-
-int64_t mebibytes_to_bytes(size_t mebibytes)
-{
-    return static_cast<int64_t>(mebibytes << mebibyte_shift);
-}
 
 bool settings_are_read()
 {

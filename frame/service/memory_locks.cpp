@@ -34,6 +34,7 @@ bool try_word(int32_t *word)
     return __atomic_load_n(word, __ATOMIC_RELAXED) == 0 &&
            __atomic_compare_exchange_n(word, &expected, 1, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
 }
+
 // The global word is one entry of the list that the child of a fork frees; the own words are too many for it.
 [[gnu::section("tesh_fork_words"), gnu::used]] int32_t *const forked_global = &mm_book.global;
 } // namespace

@@ -2,6 +2,7 @@
 // C := alpha*op(A)*op(B) + beta*C for processors with fused multiply-add behind the portable path. beta goes over C
 // first, alpha into the packed A. Blocks: depth outside, rows next, columns inside. Panels: A 16 rows wide, B 4 columns
 // wide, rests in panels of the binary widths below, nothing padded.
+#pragma once
 #include "frame/path/path_util.h"
 #include "frame/tesh_serv.h"
 #include "gemm/body/sgemm_operand.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Packing for the 16 x 4 kernels: panels of the full width, then the rest in panels of 8, 4, 2, 1 (full width 16) or
 // 2, 1 (full width 4), each of the whole depth, one behind the other. A scale of 1 copies bits.
+#pragma once
 #include "gemm/body/sgemm_portable_pack_body.h"
 
 namespace

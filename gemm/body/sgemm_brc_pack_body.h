@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Packing of the 8 x 4 tile with rests: the last panel is filled up to its width by repeating the last row or column,
 // the depth to a multiple of 4 with zeros on both sides.
+#pragma once
 #include "gemm/body/sgemm_copy_body.h"
 
 namespace
@@ -28,6 +29,8 @@ inline void copy_b_right_peeled(int64_t depth, int64_t columns, const float *b, 
         clear_depth_tail(depth, 4, panel);
     }
 }
+
+// A block: whole panels, then the rest filled up to one. peels: B down its columns with the head of copy_b_right_peeled.
 template <int width, bool scaled, bool peels = false>
 inline void pack_with_rest(bool down, int64_t depth, int64_t count, const float *source, int64_t ld, float scale,
                            float *panel)
@@ -44,5 +47,4 @@ inline void pack_with_rest(bool down, int64_t depth, int64_t count, const float 
         pack_repeated<width, scaled>(depth, count - whole, source + whole * step, step, depth_step, scale,
                                      panel + whole * round_up(depth, 4));
 }
-
 } // namespace

@@ -15,13 +15,21 @@ constexpr int64_t a_offset = 1664, b_offset = 768;                        // [by
 constexpr int64_t header_room = 8192;                                     // [bytes] between a pack header and its block
 constexpr int32_t allocation_align = 128;                                 // [bytes]
 
+// [bytes] beside the elements of a block: its offset, and twice its boundary.
+constexpr int64_t a_room = 2 * large_page + a_offset, b_room = 2 * page + b_offset;
+constexpr int64_t a_count_room = 2 * page + a_offset; // of each block where several of A lie behind each other
+// [bytes] beside those of a block that outlives the call: its offset, header and boundary; beside several: the boundary.
+constexpr int64_t a_pack_room = 3 * large_page + header_align + a_offset;
+constexpr int64_t b_pack_room = 3 * large_page + header_align + b_offset;
+constexpr int64_t count_room = 2 * large_page, count_pack_room = count_room + header_align;
+
 inline char *align_up(void *address, int64_t boundary)
 {
     const uintptr_t mask = static_cast<uintptr_t>(boundary) - 1;
     return reinterpret_cast<char *>((reinterpret_cast<uintptr_t>(address) + mask) & ~mask);
 }
 
-// elements * 4 + extra, times count, plus more; -1 where that is no size.
+// (width * depth floats + extra bytes) * count + more bytes; -1 where that is no size.
 inline int64_t bytes_of(int64_t width, int64_t depth, int64_t extra, int64_t count, int64_t more)
 {
     int64_t bytes = 0;
@@ -98,16 +106,16 @@ inline int32_t get_bufs(gemm_buffers *buffers)
     int64_t bytes = -1, width = 0;
     switch (buffers->buffer_mode) {
     case gemm_buffers_a:
-        bytes = bytes_of(bm, bk, 0x400680, 1, 0);
+        bytes = bytes_of(bm, bk, a_room, 1, 0);
         break;
     case gemm_buffers_b:
-        bytes = bytes_of(bn, bk, 8960, 1, 0);
+        bytes = bytes_of(bn, bk, b_room, 1, 0);
         break;
     case gemm_buffers_both:
-        bytes = __builtin_add_overflow(bm, bn, &width) ? -1 : bytes_of(width, bk, 4204928, 1, 0);
+        bytes = __builtin_add_overflow(bm, bn, &width) ? -1 : bytes_of(width, bk, a_room + b_room, 1, 0);
         break;
     case gemm_buffers_b_count:
-        bytes = bytes_of(bn, bk, 8960, buffers->count, 0x400000);
+        bytes = bytes_of(bn, bk, b_room, buffers->count, count_room);
         break;
     default:
         buffers->base = nullptr;
@@ -147,19 +155,19 @@ inline int64_t get_size_bufs(gemm_buffers *buffers)
     const int64_t bm = buffers->block_m, bn = buffers->block_n, bk = buffers->block_k;
     switch (buffers->buffer_mode) {
     case gemm_buffers_a:
-        return bytes_of(bm, bk, 0x600700, 1, 0);
+        return bytes_of(bm, bk, a_pack_room, 1, 0);
     case gemm_buffers_b:
-        return bytes_of(bn, bk, 0x600380, 1, 0);
+        return bytes_of(bn, bk, b_pack_room, 1, 0);
     case gemm_buffers_both:
         buffers->a_block.base = nullptr;
         buffers->b_block.base = nullptr;
         return 0;
     case gemm_buffers_b_count:
         buffers->b_align = page;
-        return bytes_of(bn, bk, 8960, buffers->count, 0x400080);
+        return bytes_of(bn, bk, b_room, buffers->count, count_pack_room);
     case gemm_buffers_a_count:
         buffers->a_align = page;
-        return bytes_of(bm, bk, 9856, buffers->count, 0x400080);
+        return bytes_of(bm, bk, a_count_room, buffers->count, count_pack_room);
     default:
         return 0;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Packing of the generic portable form: A in panels of 8 rows, times alpha, B in panels of 4 columns. Counts are whole
 // numbers of panels; the depth is rounded up to a multiple of 4 with zeros on both sides, which add nothing.
+#pragma once
 #include "frame/path/path_util.h"
 #include "gemm/body/sgemm_portable_pack_body.h"
 

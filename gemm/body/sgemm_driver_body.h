@@ -168,7 +168,7 @@ inline void generic_fullacopybcopy(blas_op_record *op, const blas_matrix_view *a
     const blas_matrix_view *const a_given = a, *const b_given = b;
     // A symmetric operand on the left: it comes as B, and its transpose is itself.
     blas_matrix_view turned;
-    if ((op->routine_id == blas_routine_ssymm || op->routine_id == 2) && op->side_code == 0) {
+    if ((op->routine_id == blas_routine_ssymm || op->routine_id == blas_routine_hemm) && op->side_code == 0) {
         turned = *b;
         turned.flags = (turned.flags & ~static_cast<uint32_t>(blas_view_notrans)) | blas_view_trans;
         turned.address = getPointer_trans;

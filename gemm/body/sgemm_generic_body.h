@@ -2,6 +2,7 @@
 // C := alpha*op(A)*op(B) + beta*C, the generic portable form: any x86-64 processor, 4 lanes. The depth goes in slabs of
 // 112, the short one first with beta, the others with 1; within a block of columns B is packed once a slab, A in chunks
 // of 640 rows (280 KiB, for the second-level cache). A path brings its routines as a policy of function addresses.
+#pragma once
 #include "frame/path/path_util.h"
 #include "frame/tesh_serv.h"
 #include "gemm/body/sgemm_operand.h"

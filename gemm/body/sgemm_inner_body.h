@@ -7,6 +7,7 @@
 // prefetch   the C tile at its start: it is read k steps later
 // edges      none: rows are a multiple of 8, columns of 4
 // measured   96 % of bench/peak at 4 lanes, a packed pair of 640 x 64 x 112 (Zen 5)
+#pragma once
 #include "gemm/body/sgemm_spread_body.h"
 
 namespace

@@ -9,6 +9,9 @@
 // edges      the narrow panels, by 8-, 4-, 2- and 1-float operations; none reads or multiplies what is not there
 // measured   90 % of bench/peak at 8 lanes, a packed pair of 128 x 384 x 128 (Zen 5)
 // The policy f is the fused multiply-add of the processor: three operands (FMA) or four (FMA4).
+#pragma once
+#include <immintrin.h>
+
 #include "frame/path/path_util.h"
 
 namespace

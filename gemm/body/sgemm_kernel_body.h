@@ -13,6 +13,8 @@
 //   c_head         place in each column of C that is fetched at the tile's head [elements], -1 for none
 //   fetch_c        fetches a line of C
 #pragma once
+#include <immintrin.h>
+
 #include "gemm/sgemm_paths.h"
 
 namespace

@@ -8,6 +8,8 @@
 //   pst              the bufferless product
 //   full             its widest register
 #pragma once
+#include <immintrin.h>
+
 #include "gemm/sgemm_paths.h"
 
 namespace
@@ -27,10 +29,11 @@ constexpr block_rule nocopy_m_rule = {8064, 4032, 6049};
 // product treats the conjugate as the transpose.
 constexpr uint64_t letters_of_transposition = 0x2000100020001;  // C, T, c, t
 constexpr uint64_t letters_of_conjugation = 0x0000000100000001; // C, c
+constexpr uint8_t last_letter = 't' - 'C';
 inline bool is_letter_of(uint64_t set, char trans)
 {
     const uint8_t letter = static_cast<uint8_t>(trans - 'C');
-    return letter < 50 && (set >> letter & 1);
+    return letter <= last_letter && (set >> letter & 1);
 }
 
 constexpr int nocopy_slots = 16;

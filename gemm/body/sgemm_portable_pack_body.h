@@ -4,6 +4,7 @@
 //   down   reads X(c, l) at source[c + l*ld]: a step is contiguous,
 //   right  reads X(c, l) at source[l + c*ld]: w streams, transposed 4 x 4 in registers.
 // scaled = false copies bits. Destinations are aligned to 16 bytes when w is a multiple of 4; sources lie anywhere.
+#pragma once
 #include <immintrin.h>
 #include <stdint.h>
 

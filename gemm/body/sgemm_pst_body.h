@@ -11,6 +11,7 @@
 //   peels      a scalar head up to a 16-byte boundary before the vector loops: on C where A is not transposed, on A
 //              where it is (there the head shifts which products share a lane)
 //   sum_lanes  the lanes of a register, added in a fixed order
+#pragma once
 #include "gemm/sgemm.h"
 
 namespace

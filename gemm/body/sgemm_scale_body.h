@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := 0 and C := beta*C, column by column. beta = 0 stores zeros and reads nothing. With peels a scalar head runs up
 // to a 16-byte boundary of each column before the vectors.
-#include <stdint.h>
+#pragma once
+#include "frame/tesh_types.h"
 
 namespace
 {

@@ -7,8 +7,7 @@
 namespace
 {
 constexpr int64_t depth_block = 256, depth_block_least = 128;
-constexpr int64_t row_block = 768,
-                  row_block_large_cache = 1280; // the latter where the last-level cache is large, or unknown
+constexpr int64_t row_block = 768, row_block_large_cache = 1280; // the latter for a large last cache, or an unknown one
 constexpr int64_t large_cache_bytes = 0x400000;
 constexpr int64_t column_block_most = 5000;
 constexpr int64_t resident_b_bytes = 0x80000; // a B block of at most this stays in the second-level cache
@@ -48,15 +47,12 @@ inline int64_t part_bytes(int64_t width, int64_t depth)
 } // namespace
 
 extern "C" {
+// clang-format off
 const mc3_gemm_kernel tesh_mc3_s_all_gemm_ker[1] = {{
-    4,
-    8,
-    4, // register tile
-    2, // version
-    4,
-    4,
-    4,   // smallest block of the extended copy forms
-    126, // reserved
+    4, 8, 4, // register tile
+    2,       // version
+    4, 4, 4, // smallest block of the extended copy forms
+    126,     // reserved
     tesh_blas_mc3_sgemm_get_blks_size,
     tesh_blas_mc3_sgemm_get_bufs_size,
     tesh_blas_mc3_sgemm_get_bufs,
@@ -66,6 +62,7 @@ const mc3_gemm_kernel tesh_mc3_s_all_gemm_ker[1] = {{
     tesh_blas_mc3_sgemm_copya_ext,
     tesh_blas_mc3_sgemm_copyb_ext,
 }};
+// clang-format on
 const int64_t tesh_mc3_s_opt_gemm_ker = 0;
 
 void tesh_blas_mc3_sgemm_zero_desc(mc3_gemm_descriptor *desc)
