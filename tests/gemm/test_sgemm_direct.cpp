@@ -4,6 +4,7 @@
 // runs in a child, whose first call binds the path.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -245,6 +246,31 @@ TEST_F(sgemm_direct, bad_arguments_are_reported_and_those_behind_them_not_read)
         EXPECT_EQ(parameter(&n, &n, &five, &five, &five, &four, nullptr, nullptr), "parameter 8");
         EXPECT_EQ(parameter(&n, &n, &five, &five, &five, &five, &four, nullptr), "parameter 10");
         EXPECT_EQ(parameter(&n, &n, &five, &five, &five, &five, &five, &four), "parameter 13");
+    });
+}
+
+// One below the least is reported, the least goes to a kernel; the depth lies above all other sizes, and below.
+TEST_F(sgemm_direct, leading_dimensions_are_held_against_the_rows_as_they_are_stored)
+{
+    on("avx512", "", [] {
+        const float one = 1;
+        for (const auto &[m, n, k] : {std::array<std::int64_t, 3>{4, 5, 6}, {5, 6, 4}}) {
+            for (const char transa : {'N', 'T'}) {
+                for (const char transb : {'N', 'T'}) {
+                    const std::int64_t rows_a = transa == 'N' ? m : k, rows_b = transb == 'N' ? k : n;
+                    const auto road_with = [&, m = m, n = n, k = k](std::int64_t lda, std::int64_t ldb,
+                                                                    std::int64_t ldc) {
+                        road.clear();
+                        SGEMM(&transa, &transb, &m, &n, &k, &one, memory, &lda, memory, &ldb, &one, memory, &ldc);
+                        return road;
+                    };
+                    EXPECT_EQ(road_with(rows_a - 1, rows_b, m), "parameter 8") << transa << transb;
+                    EXPECT_EQ(road_with(rows_a, rows_b - 1, m), "parameter 10") << transa << transb;
+                    EXPECT_EQ(road_with(rows_a, rows_b, m - 1), "parameter 13") << transa << transb;
+                    EXPECT_EQ(road_with(rows_a, rows_b, m).rfind("kernel", 0), 0u) << road;
+                }
+            }
+        }
     });
 }
 
