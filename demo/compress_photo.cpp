@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Compresses a photograph: X -> F = D X D^T (two-dimensional cosine transform, DCT-II of Ahmed, Natarajan and Rao, 1974, in its
-// orthonormal form), keeps the largest 5 % of the coefficients, and transforms back, X' = D^T F D. Four calls of SGEMM do the
-// work; the program says what they took, on which code path, and how good the picture still is.
+// Compresses a photograph: X -> F = D X D^T (two-dimensional cosine transform, DCT-II of Ahmed, Natarajan and Rao,
+// 1974, in its orthonormal form), keeps the largest 5 % of the coefficients, and transforms back, X' = D^T F D. Four
+// calls of SGEMM do the work; the program says what they took, on which code path, and how good the picture still is.
 #include <algorithm>
 #include <chrono>
 #include <cmath>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Turns a photograph by 90 degrees, clockwise: a transposition, then the columns in reverse order. Once out of place, once in
-// place; the two must agree. Says what the transpositions took, beside a plain copy of the same bytes.
+// Turns a photograph by 90 degrees, clockwise: a transposition, then the columns in reverse order. Once out of place,
+// once in place; the two must agree. Says what the transpositions took, beside a plain copy of the same bytes.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -44,8 +44,8 @@ TESH_API void *tesh_serv_iface_malloc(size_t size, int32_t alignment);
 TESH_API void tesh_serv_iface_free(void *pointer);
 
 /* ---- Messages ----
- * destination: 0 standard output, 1 standard error. Texts are cut at 512 bytes. The buffers behind them are shared by all threads:
- * two threads that print at once can mix their text.
+ * destination: 0 standard output, 1 standard error. Texts are cut at 512 bytes. The buffers behind them are shared by
+ * all threads: two threads that print at once can mix their text.
  */
 /* Prints the numbered text, formatted with the arguments that follow, and a line end; number 0 is a line end alone. */
 TESH_API void tesh_serv_print(int32_t destination, int32_t number, int32_t count, ...);
@@ -257,7 +257,8 @@ TESH_API void tesh_serv_get_version_string_c(char *buffer, int32_t size); /* ter
 TESH_API void TESHGetVerItems(char *buffer);                              /* at least 512 bytes */
 
 /* ---- Scratch memory ----
- * Sizes in bytes. An alignment below 64 or not a power of two means 64. Every allocator answers null on failure, silently.
+ * Sizes in bytes. An alignment below 64 or not a power of two means 64.
+ * Every allocator answers null on failure, silently.
  */
 /* The raw allocators; a program may replace them before the library's first allocation. */
 TESH_API extern void *(*i_malloc)(size_t size);
@@ -284,7 +285,8 @@ TESH_API int64_t tesh_serv_check_fast_memory_size(void); /* [bytes], -1 without 
 TESH_API int32_t tesh_serv_disable_fast_mm(void);
 TESH_API int32_t tesh_serv_get_fast_mm_status(void); /* 1: the cached layer is off */
 TESH_API int32_t tesh_serv_libc_is_static(void);
-/* Loads the optional library of high-bandwidth memory from a directory, or for "" from where the system looks; null if it cannot. */
+/* Loads the optional library of high-bandwidth memory from a directory, or for "" from where the system looks; null if
+ * it cannot. */
 TESH_API void *TESHLoadLibrary(const char *directory);
 /* Pages for generated code: readable and writable, then executable on request. */
 TESH_API void *tesh_serv_jit_alloc(size_t size);
@@ -292,9 +294,9 @@ TESH_API int32_t tesh_serv_jit_set_exec(void *address, size_t size, int32_t exec
 TESH_API void tesh_serv_jit_free(void *address, size_t size);
 
 /* ---- Checked text ----
- * Return 0 or an error number: 400 null pointer, 401 zero length, 403 length above the limit, 404 overlap, 406 not enough space. The
- * constraint handler is called first with (message, null, number). Strings go up to 4096 bytes, memory blocks to
- * 0x10000000.
+ * Return 0 or an error number: 400 null pointer, 401 zero length, 403 length above the limit, 404 overlap, 406 not
+ * enough space. The constraint handler is called first with (message, null, number). Strings go up to 4096 bytes,
+ * memory blocks to 0x10000000.
  */
 typedef void (*tesh_serv_constraint_fn)(const char *message, void *pointer, int32_t error);
 TESH_API tesh_serv_constraint_fn tesh_serv_set_str_constraint_handler_s(tesh_serv_constraint_fn handler);

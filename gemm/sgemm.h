@@ -16,8 +16,8 @@ typedef void tesh_blas_sgemmger_fn(const char *transa, const char *transb, const
                                    const float *alpha, const float *x, const int64_t *incx, const float *y,
                                    const int64_t *incy, const float *beta, float *c, const int64_t *ldc);
 
-// Front: peels off the shapes that are a matrix-vector product or a rank-1 update. The hidden character lengths are not passed
-// down: with thirteen arguments the entry reaches it by a jump.
+// Front: peels off the shapes that are a matrix-vector product or a rank-1 update. The hidden character lengths are not
+// passed down: with thirteen arguments the entry reaches it by a jump.
 TESH_API tesh_blas_sgemm_fn tesh_blas_sgemm;
 TESH_API tesh_blas_sgemmger_fn tesh_blas_sgemmger;
 

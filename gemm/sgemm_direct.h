@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Small products on the avx512 path, from their public name straight to their kernel. Front, dispatcher, path routine and
-// driver would only pass such a product on, and take a good part of its time for it. What any of them would do anything
-// else with is not for here: a size of 1, alpha of 0, the reproducibility mode, A transposed that is packed (more rows
-// than columns) or leaves for a routine without a kernel (3 rows, B as it lies).
+// Small products on the avx512 path, from their public name straight to their kernel. Front, dispatcher, path routine
+// and driver would only pass such a product on, and take a good part of its time for it. What any of them would do
+// anything else with is not for here: a size of 1, alpha of 0, the reproducibility mode, A transposed that is packed
+// (more rows than columns) or leaves for a routine without a kernel (3 rows, B as it lies).
 #pragma once
 #include "frame/tesh_serv.h"
 #include "gemm/sgemm_paths.h"
@@ -12,8 +12,8 @@ extern "C" [[gnu::visibility("hidden")]] tesh_blas_sgemm_fn *tesh_xsgemm_address
 
 namespace
 {
-// One block of the driver, whose columns are cut from 97 on; with a depth of 24 a column, 4 columns and A transposed begin
-// the products that are made of dot products.
+// One block of the driver, whose columns are cut from 97 on; with a depth of 24 a column, 4 columns and A transposed
+// begin the products that are made of dot products.
 constexpr int64_t direct_least = 2, direct_most = 95; // of m, n and k
 constexpr int32_t direct_strict = 0x10000; // of the reproducibility setting; -1, not read yet, has it as well
 
@@ -36,8 +36,8 @@ inline bool direct_size(int64_t size)
     return static_cast<uint64_t>(size - direct_least) <= direct_most - direct_least;
 }
 
-// Whether the arguments are right and the product goes straight to a kernel. An argument is read when its turn comes and not
-// before, as in the check of arguments.
+// Whether the arguments are right and the product goes straight to a kernel. An argument is read when its turn comes
+// and not before, as in the check of arguments.
 inline bool sgemm_goes_direct(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
                               const int64_t *k, const float *alpha, const int64_t *lda, const int64_t *ldb,
                               const int64_t *ldc)

@@ -107,8 +107,8 @@ void rank_1_update(const char *transa, const char *transb, const int64_t *m, con
         by_thin_shape(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 
-// Whether no test of by_shape can take the product away from the code path, whatever the reproducibility setting. Without
-// a branch: the caller then leaves the arguments on its stack where they are.
+// Whether no test of by_shape can take the product away from the code path, whatever the reproducibility setting.
+// Without a branch: the caller then leaves the arguments on its stack where they are.
 bool goes_to_the_path(int64_t m, int64_t n, int64_t k)
 {
     return (m > 1) & (n > 1) & (k > 1) & ((m > narrow_max_m) | (n < narrow_min_n) | (k < narrow_min_k));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The SGEMM frame of the mc3 path: a descriptor that is filled from one constant table entry, and a driver that works by
-// buffer codes. Sizes come by address; panels are as in gemm/mc3/sgemm_pack_mc3.cpp. May be included by path files.
+// The SGEMM frame of the mc3 path: a descriptor that is filled from one constant table entry, and a driver that works
+// by buffer codes. Sizes come by address; panels are as in gemm/mc3/sgemm_pack_mc3.cpp. May be included by path files.
 #pragma once
 #include "frame/tesh_types.h"
 #include "gemm/sgemm.h"
@@ -17,7 +17,8 @@ typedef void mc3_gemm_get_blks_size_fn(const int64_t *m, const int64_t *n, const
 // Bytes for a buffer scheme; 0, or 1 for a code outside its range.
 typedef int32_t mc3_gemm_get_bufs_size_fn(int32_t scheme, int32_t size_code, const int64_t *m, const int64_t *n,
                                           const int64_t *k, const mc3_gemm_descriptor *desc, mc3_gemm_buffers *buffers);
-// Takes the memory and lays the scheme out in it; 0, or 1 for a code outside its range. Refused memory leaves base null.
+// Takes the memory and lays the scheme out in it; 0, or 1 for a code outside its range.
+// Refused memory leaves base null.
 typedef int32_t mc3_gemm_get_bufs_fn(int32_t scheme, mc3_gemm_buffers *buffers);
 // Packs width rows of op(A) or columns of op(B), each of depth elements, into panels, times *scale.
 typedef void mc3_gemm_copy_fn(const int64_t *depth, const int64_t *width, const float *source, const int64_t *ld,
@@ -49,8 +50,8 @@ struct mc3_gemm_descriptor {
     int64_t block_m, block_n, block_k; // [elements]; 0 until preset or filled by get_blks_size
 };
 
-// What a scheme keeps of one depth block: a panel of A is mc3_gemm_panel_tiles times unroll_m rows, which share cache lines
-// in A, a panel of B unroll_n columns; a block is all of a row (column) block.
+// What a scheme keeps of one depth block: a panel of A is mc3_gemm_panel_tiles times unroll_m rows, which share cache
+// lines in A, a panel of B unroll_n columns; a block is all of a row (column) block.
 enum { mc3_gemm_panel_tiles = 4 };
 enum mc3_gemm_scheme {
     mc3_gemm_scheme_a_block = 100,

@@ -23,8 +23,8 @@ TESH_API tesh_blas_sgemm_fn tesh_blas_avx2_sgemm_pst;
 TESH_API tesh_blas_sgemm_fn tesh_blas_avx512_sgemm_pst;
 
 // ---- def and cnr_def ----------------------------------------------------------------------------------------------
-// Packs whole panels: A in 8 rows, times *alpha, B in 4 columns; the depth is rounded up to 4 with zeros. (brc: the last
-// panel is filled up by repeating its last row or column.)
+// Packs whole panels: A in 8 rows, times *alpha, B in 4 columns; the depth is rounded up to 4 with zeros. (brc: the
+// last panel is filled up by repeating its last row or column.)
 typedef void tesh_blas_sgemm_copya_fn(const int64_t *depth, const int64_t *rows, const float *a, const int64_t *lda,
                                       const float *alpha, float *panel);
 typedef void tesh_blas_sgemm_copyb_fn(const int64_t *depth, const int64_t *columns, const float *b, const int64_t *ldb,

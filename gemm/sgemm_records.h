@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The records of the strategy-driven level-3 frame: what is computed (blas_op_record), on what (blas_matrix_view), how
-// (gemm_strategy), by which functions (gemm_kernel_info), in which scratch memory (gemm_buffers). They live on the stack
-// of the path routine for one call. The layout is fixed: drivers and kernels of several rooms meet in it.
+// (gemm_strategy), by which functions (gemm_kernel_info), in which scratch memory (gemm_buffers). They live on the
+// stack of the path routine for one call. The layout is fixed: drivers and kernels of several rooms meet in it.
 //
 // May be included by path files.
 #pragma once
@@ -23,9 +23,9 @@ typedef struct gemm_buffers gemm_buffers;
 typedef char *blas_address_fn(int64_t i, int64_t j, const blas_matrix_view *view);
 // C := *beta * C.
 typedef void gemm_mscale_fn(const blas_matrix_view *c, const float *beta);
-// Packs the source, times *scale, into the destination and writes depth and width into its view. offset: row less column
-// of the source's first element in its whole operand; it is for copies that mirror across the diagonal, the plain ones
-// do not read it.
+// Packs the source, times *scale, into the destination and writes depth and width into its view. offset: row less
+// column of the source's first element in its whole operand; it is for copies that mirror across the diagonal, the
+// plain ones do not read it.
 typedef void gemm_copy_fn(const blas_matrix_view *source, blas_matrix_view *destination, const float *scale,
                           int64_t offset);
 // C := A*B + *beta * C on packed blocks, *beta being 0 or 1; *one is 1.

@@ -27,8 +27,8 @@ TESH_API tesh_trans_simatcopy_fn tesh_trans_tesh_simatcopy;
 TESH_API tesh_trans_somatcopy_fn tesh_trans_tesh_somatcopy;
 TESH_API tesh_trans_somatcopy2_fn tesh_trans_tesh_somatcopy2_seq;
 
-// Where a library with threads of its own hands the work to a team. This one runs on the caller's thread: the first goes
-// on to tesh_trans_tesh_somatcopy2_seq, the second answers 0, not done.
+// Where a library with threads of its own hands the work to a team. This one runs on the caller's thread: the first
+// goes on to tesh_trans_tesh_somatcopy2_seq, the second answers 0, not done.
 TESH_API tesh_trans_somatcopy2_fn tesh_trans_tesh_somatcopy2_par;
 TESH_API int32_t tesh_trans_tesh_simatcopy_square_t_par(uint64_t n, float *a, uint64_t lda,
                                                         tesh_trans_simatcopy_team_fn *worker);

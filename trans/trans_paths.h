@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Every routine of the code paths: the choosers and what they choose from. Shapes are (n_outer, n_inner): n_inner
 // elements along the contiguous direction of the source, n_outer such lines; a source element (i, j) lies at
-// a[i*lda + j*stridea]. Leading dimensions and strides in elements. Each is whole by itself and may be entered directly.
+// a[i*lda + j*stridea]. Leading dimensions and strides in elements. Each is whole by itself and may be entered
+// directly.
 #pragma once
 #include "trans/trans.h"
 

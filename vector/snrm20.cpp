@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The Euclidean norm by a running scale and sum of squares: scale^2 * ssq = sum x(i)^2, scale = max |x(i)| so far. All in
-// single precision, for the factorizations, which count on this order of roundings.
+// The Euclidean norm by a running scale and sum of squares: scale^2 * ssq = sum x(i)^2, scale = max |x(i)| so far. All
+// in single precision, for the factorizations, which count on this order of roundings.
 #include "vector/vector.h"
 
 #include <immintrin.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A cached block taken and given back, beside malloc and free of the same size: CSV of size, who, and nanoseconds a pair.
-// The hit path of the cached layer asks the system for nothing and does not depend on the size.
+// A cached block taken and given back, beside malloc and free of the same size: CSV of size, who, and nanoseconds a
+// pair. The hit path of the cached layer asks the system for nothing and does not depend on the size.
 //
 // alone: the process has one thread, and both allocators can do without locked instructions; threaded: another thread
 // exists and sleeps.

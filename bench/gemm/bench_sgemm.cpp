@@ -2,9 +2,9 @@
 // SGEMM of one code path against its peers, in groups of shapes. The path routine is called by its own name, so that
 // the processor's maker does not matter; --public calls the exported SGEMM instead.
 //
-// Each line tells the limit that binds the case (the multiply-add peak, or the bandwidth that the least possible traffic
-// needs at this footprint) and the share of it that was reached. The peak loop runs in turn with the contestants, so that a
-// change of the clock's frequency changes both.
+// Each line tells the limit that binds the case (the multiply-add peak, or the bandwidth that the least possible
+// traffic needs at this footprint) and the share of it that was reached. The peak loop runs in turn with the
+// contestants, so that a change of the clock's frequency changes both.
 #include "bench/peak/peak.h"
 #include "bench/peak/peak_loops.h"
 #include "bench/support/bench.h"

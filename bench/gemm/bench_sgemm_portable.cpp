@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // SGEMM of the portable path against the machine's peak and the peers. --form generic: the 4-lane form, share of the
-// 4-lane multiply-and-add peak (run it with --isa def, so that peers take their SSE kernels); every processor that is not
-// of type 0 runs it, and with TESH_TRUSTED_VENDORS=any the type is what the processor has. --form zen: the 16 x 4
+// 4-lane multiply-and-add peak (run it with --isa def, so that peers take their SSE kernels); every processor that is
+// not of type 0 runs it, and with TESH_TRUSTED_VENDORS=any the type is what the processor has. --form zen: the 16 x 4
 // form, share of the 8-lane fused peak (--isa avx2).
 #include <cmath>
 #include <cstdio>

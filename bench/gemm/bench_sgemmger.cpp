@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := alpha*x*y^T + C, square and warm, against the machine's bandwidth and the peers' SGER: CSV as in bench_vector.cpp.
+// C := alpha*x*y^T + C, square and warm, against the machine's bandwidth and the peers' SGER:
+// CSV as in bench_vector.cpp.
 #include "bench/peak/peak.h"
 #include "bench/support/bench.h"
 #include "bench/support/peers.h"

@@ -21,8 +21,9 @@ int traffic_bytes(traffic kind);
 // Arrays that the loop walks: 1 or 2.
 int traffic_arrays(traffic kind);
 
-// [flop/s] of a loop that multiplies and adds in registers only, with registers of 4, 8 or 16 floats. Two operations per
-// lane and step; 4 lanes: a product and a sum in instructions of their own, else fused. 0 where the processor lacks it.
+// [flop/s] of a loop that multiplies and adds in registers only, with registers of 4, 8 or 16 floats. Two operations
+// per lane and step; 4 lanes: a product and a sum in instructions of their own, else fused.
+// 0 where the processor lacks it.
 double multiply_add_peak(int lanes);
 
 // The plain loop itself, to be run on the operands of a measurement: repetitions times over n elements, n a multiple of

@@ -14,8 +14,8 @@ struct peak_loops {
 extern const peak_loops peak_loops_def, peak_loops_avx2, peak_loops_avx512;
 constexpr int64_t multiply_adds_per_round = 14; // [count] of whole registers
 
-// The loop of multiply-adds in registers, long enough to time: runs in turn with what is held against the peak, so that a
-// change of the clock's frequency changes both.
+// The loop of multiply-adds in registers, long enough to time: runs in turn with what is held against the peak, so that
+// a change of the clock's frequency changes both.
 struct peak_loop {
     static constexpr int64_t rounds = 20000;
     multiply_add_loop *loop;

@@ -40,8 +40,8 @@ int lanes(const std::string &isa);
 
 double now(); // [s] of the monotonic clock
 
-// Somebody to be timed: work(r) does the case r times. A cold contestant does it once each time, after prepare, which is
-// not timed.
+// Somebody to be timed: work(r) does the case r times. A cold contestant does it once each time, after prepare, which
+// is not timed.
 struct contestant {
     std::function<void(std::int64_t)> work;
     std::function<void()> prepare;

@@ -72,7 +72,8 @@ int main(int argc, char **argv)
         });
         if (square)
             contestants.emplace_back([=, ab = array.data()] { tesh_bench::plain_blocked_square(c, ab); });
-        // OpenBLAS 0.3.21 ends the process with "Memory alloc failed" at 250000 x 4 by rows, and at 4 x 250000 by columns.
+        // OpenBLAS 0.3.21 ends the process with "Memory alloc failed" at 250000 x 4 by rows,
+        // and at 4 x 250000 by columns.
         const bool fits = square || c.ldb() < peer_ldb_most;
         if (openblas != nullptr && fits)
             contestants.emplace_back([=, ab = array.data()] {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// SGEMV of one path beside its peers, warm: square matrices in every cache level and in memory, and thin ones. Counted are
-// the bytes that any method must move: A and x once, y twice. The share is that of the load limit: the plain loop over A,
-// run in turn with the calls, brought to those bytes. Share and ratio are medians over the rounds. Results are held against
-// double sums before they are timed.
+// SGEMV of one path beside its peers, warm: square matrices in every cache level and in memory, and thin ones. Counted
+// are the bytes that any method must move: A and x once, y twice. The share is that of the load limit: the plain loop
+// over A, run in turn with the calls, brought to those bytes. Share and ratio are medians over the rounds. Results are
+// held against double sums before they are timed.
 #include "bench/peak/peak.h"
 #include "bench/support/bench.h"
 #include "bench/support/peers.h"

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Level 1 of one path against the machine's bandwidth and against peers held to the same instruction set.
 //
-// One line of CSV per family and length: the median time of a call, the bytes that it moves per second, the share of the
-// limit, and each peer's time by ours (above 1: this library is faster). The limit is the plain loop with the same loads
-// and stores, run in turn with the call on the same operands, or the multiply-add peak where that takes longer. Warm
-// lines repeat a call on the same operands; cold lines flush the caches before each call.
+// One line of CSV per family and length: the median time of a call, the bytes that it moves per second, the share of
+// the limit, and each peer's time by ours (above 1: this library is faster). The limit is the plain loop with the same
+// loads and stores, run in turn with the call on the same operands, or the multiply-add peak where that takes longer.
+// Warm lines repeat a call on the same operands; cold lines flush the caches before each call.
 #include "bench/peak/peak.h"
 #include "bench/support/bench.h"
 #include "bench/support/peers.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The argument checks of the public routines: the routine's own arguments with the hidden character lengths behind. 0 when the
-// call may go on, 1 when an error was reported.
+// The argument checks of the public routines: the routine's own arguments with the hidden character lengths behind. 0
+// when the call may go on, 1 when an error was reported.
 #pragma once
 #include "frame/tesh_types.h"
 

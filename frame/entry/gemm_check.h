@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The argument check of the matrix products, and the mapping of their C interface onto the Fortran one. Written once for
-// SGEMM and its reduced-precision variants, which differ in the reported name and the type of A and B.
+// The arguments of a matrix product, judged in the order of the Fortran interface and in that of the C interface.
 #pragma once
 #include "frame/tesh_blas.h"
 
@@ -23,8 +22,8 @@ constexpr int64_t at_least_one(int64_t bound)
     return bound > 1 ? bound : 1;
 }
 
-// The number of the first bad argument, 0 if there is none. An integer is read when its turn comes and not before: those
-// behind a bad argument may be null.
+// The number of the first bad argument, 0 if there is none. An integer is read when its turn comes and not before:
+// those behind a bad argument may be null.
 inline int64_t gemm_bad_argument(const char *transa, const char *transb, const int64_t *m, const int64_t *n,
                                  const int64_t *k, const int64_t *lda, const int64_t *ldb, const int64_t *ldc)
 {

@@ -9,8 +9,8 @@ namespace
 {
 constexpr int32_t verbose_interface_silent = 0; // the interface's number when the level was 0 at the start
 
-// work checks the arguments and copies; print gets the interface's number and the elapsed time [s]. A level that another
-// thread raises meanwhile prints a line without a meaningful time.
+// work checks the arguments and copies; print gets the interface's number and the elapsed time [s]. A level that
+// another thread raises meanwhile prints a line without a meaningful time.
 template <class Work, class Print> inline void matcopy_frame(Work work, Print print)
 {
     tesh_set_xerbla_interface(cdecl_xerbla);

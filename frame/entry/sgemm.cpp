@@ -21,8 +21,8 @@ int32_t sgemm_check(const char *transa, const char *transb, const int64_t *m, co
     return 1;
 }
 
-// The whole frame: registers the handler, checks, resolves the verbose level, calls the front, prints the line. A failed check
-// prints its line, too, with a time of about nothing.
+// The whole frame: registers the handler, checks, resolves the verbose level, calls the front, prints the line. A
+// failed check prints its line, too, with a time of about nothing.
 [[gnu::cold, gnu::noinline]] void sgemm_in_full(const char *transa, const char *transb, const int64_t *m,
                                                 const int64_t *n, const int64_t *k, const float *alpha, const float *a,
                                                 const int64_t *lda, const float *b, const int64_t *ldb,

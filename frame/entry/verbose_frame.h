@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What the timed public routines share: the cached verbose state and the record that a timed call prints.
 //
-// Each routine owns a verbose_cache. Its pointer starts at a constant -1; the first call that reads -1 replaces it by the
-// address of the live level, so that from then on one load tells whether anything is to be printed, and a level that is
-// changed later takes effect at the next call. All threads store the same address: no lock.
+// Each routine owns a verbose_cache. Its pointer starts at a constant -1; the first call that reads -1 replaces it by
+// the address of the live level, so that from then on one load tells whether anything is to be printed, and a level
+// that is changed later takes effect at the next call. All threads store the same address: no lock.
 #pragma once
 #include <stdarg.h>
 
@@ -32,8 +32,8 @@ inline int32_t verbose_resolve(verbose_cache &cache)
     return verbose_state(cache);
 }
 
-// The second half of a timed call: start is the first reading. A first reading of exactly 0.0 equals its own negation and
-// reports a time of 0 without a second reading.
+// The second half of a timed call: start is the first reading. A first reading of exactly 0.0 equals its own negation
+// and reports a time of 0 without a second reading.
 inline double verbose_elapsed(double start)
 {
     double elapsed = -start;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// x with all of its lanes, for clang, too. Where only some are stored it fills the others with what it likes, or puts off
-// what a mask leaves out, and an infinity raises flags there.
+// x with all of its lanes, for clang, too. Where only some are stored it fills the others with what it likes, or puts
+// off what a mask leaves out, and an infinity raises flags there.
 #pragma once
 
 namespace

@@ -38,8 +38,9 @@ constexpr uint32_t usable_types = 0x3d6ab;
 // From fine to stored for the numbers 6 to 16: levels of a type are stored as the type.
 constexpr int32_t stored_of_fine_from_6[11] = {5, 7, 5, 7, 7, 11, 7, 13, 7, 5, 7};
 
-// A reproducibility branch b from 3 up, by b - 3: whether it names a type, the type, and the number that is held against
-// the code of an instruction limit. The two scales differ; held together they say which limits win over which branches.
+// A reproducibility branch b from 3 up, by b - 3: whether it names a type, the type, and the number that is held
+// against the code of an instruction limit. The two scales differ; held together they say which limits win over which
+// branches.
 constexpr uint32_t branch_names_type = 0x1aff;
 constexpr int32_t branches = 13;
 constexpr int32_t type_of_branch[branches] = {1, 0, 0, 0, 0, 3, 3, 5, 0, 7, 0, 7, 17};

@@ -35,8 +35,8 @@ template <auto &address, const auto &members, auto choose, class... Args>
     return member(args...);
 }
 
-// address: the family's static, null until bound. members: its table, one row per dispatch_path. The one call at the end
-// keeps arguments on the stack in their places: with a second call in sight compilers load and store them all.
+// address: the family's static, null until bound. members: its table, one row per dispatch_path. The one call at the
+// end keeps arguments on the stack in their places: with a second call in sight compilers load and store them all.
 template <auto &address, const auto &members, auto choose = dispatch_choose_blas_path, class... Args>
 [[gnu::always_inline]] inline auto dispatch(Args... args)
 {

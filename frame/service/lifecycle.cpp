@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The end of the library. Services register a callback at their first use; the finalizer frees the cached scratch memory
-// and runs the callbacks, last registered first. There is no start to match it.
+// The end of the library. Services register a callback at their first use; the finalizer frees the cached scratch
+// memory and runs the callbacks, last registered first. There is no start to match it.
 #include <pthread.h>
 
 #include "frame/tesh_serv.h"

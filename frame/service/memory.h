@@ -79,8 +79,8 @@ struct thread_info {
 };
 
 // ---- thread keys (memory_book.cpp) ----
-// mm_tid is made first: the C library empties an ending thread's keys in the order of their creation, and the destructor
-// of mm_tid reads mm_tepoch.
+// mm_tid is made first: the C library empties an ending thread's keys in the order of their creation, and the
+// destructor of mm_tid reads mm_tepoch.
 extern thread_key mm_tid;    // value: the thread number
 extern thread_key mm_tepoch; // value: its epoch
 
@@ -97,7 +97,8 @@ inline int32_t mm_thread_epoch()
     return static_cast<int32_t>(reinterpret_cast<intptr_t>(thread_key_value(mm_tepoch)));
 }
 
-// The thread was called back, by a raw allocator, out of an operation that holds the book: it must not wait for the book.
+// The thread was called back, by a raw allocator, out of an operation that holds the book:
+// it must not wait for the book.
 inline bool mm_within_held_call()
 {
     return mm_thread_number() < 0;
@@ -157,8 +158,9 @@ enum account_flags : int32_t {
     account_exclusive = 2, // hold the book exclusively
     account_no_vector = 4  // do not make a missing vector
 };
-// The record pointer of the thread's slot with the book held, to be released by mm_release_slot (or mm_unlock_exclusive);
-// null, with the book released, if there is no such slot. With account_create the record may still be null.
+// The record pointer of the thread's slot with the book held, to be released by mm_release_slot (or
+// mm_unlock_exclusive); null, with the book released, if there is no such slot.
+// With account_create the record may still be null.
 bank_record **mm_account_ptr_by_tid(int32_t number, int32_t epoch, int32_t flags);
 // The same with the book held already, in the mode that number and flags tell.
 bank_record **mm_find_held(int32_t number, int32_t epoch, int32_t flags);
@@ -178,8 +180,8 @@ inline void mm_release_slot(bank_record **record_address)
 bank_record **mm_own_slot_general();
 
 // The calling thread's slot, registered if need be. The usual case, a registered thread with a number up to 1024 and a
-// record, is inline: one key read, one atomic on the thread's own line. Epochs only count up from 0, so in epoch 0 every
-// number is of this epoch, and the thread's own epoch need not be read.
+// record, is inline: one key read, one atomic on the thread's own line. Epochs only count up from 0, so in epoch 0
+// every number is of this epoch, and the thread's own epoch need not be read.
 [[gnu::always_inline]] inline bank_record **mm_own_slot()
 {
     const int32_t number = mm_thread_number();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The book of threads. A thread takes a number at its first request; the number leads to its slot, and that to its
-// record. Slots lie in vectors that are only added while threads run, so a slot never moves: vector 0 has 1024, vector v
-// above 0 the indices from 2^(v+9) to 2^(v+10) - 1.
+// record. Slots lie in vectors that are only added while threads run, so a slot never moves: vector 0 has 1024, vector
+// v above 0 the indices from 2^(v+9) to 2^(v+10) - 1.
 #include <string.h>
 
 #include "frame/service/memory.h"
@@ -35,8 +35,8 @@ void mm_cleanup_thread_cbk(void *value)
     mm_unlock_exclusive();
 }
 
-// The finalizer deletes the keys, but works once. Keys that were made after it go here: the thread library must not keep
-// a destructor whose code is unloaded.
+// The finalizer deletes the keys, but works once. Keys that were made after it go here: the thread library must not
+// keep a destructor whose code is unloaded.
 [[gnu::destructor]] void delete_keys()
 {
     tesh_tls_destroy(&mm_tid);
@@ -289,8 +289,8 @@ bool mm_give_back_anywhere(uint64_t user, slot_place *found)
     return matched;
 }
 
-// Between the release of the own slot and the exclusive hold another thread may have ended the record, and even the whole
-// epoch: so the place is looked up again.
+// Between the release of the own slot and the exclusive hold another thread may have ended the record, and even the
+// whole epoch: so the place is looked up again.
 void mm_end_dead_record(const slot_place &place)
 {
     mm_lock_exclusive();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The cached layer: up to five blocks a thread, kept between calls.
-//   hit path   one key read, one atomic on the thread's own cache line, a scan of at most five banks, one store to release
+//   hit path   one key read, one atomic on the thread's own cache line, a scan of at most five banks,
+//              one store to release
 #include "frame/service/memory.h"
 
 using namespace tesh_memory;
@@ -79,8 +80,8 @@ void *renew_bank(bank_record &record, int32_t i, uint64_t size, uint64_t alignme
     return hand_out(record, i, size, alignment);
 }
 
-// Off the hit path: no slot or record could be had, or no block fits. slot may be null, else it is held; index is that of
-// the bank to be renewed, or -1.
+// Off the hit path: no slot or record could be had, or no block fits. slot may be null, else it is held; index is that
+// of the bank to be renewed, or -1.
 [[gnu::noinline]] void *allocate_miss(bank_record **slot, int32_t index, size_t size, int32_t alignment)
 {
     if (slot != nullptr) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The internal raw allocator. On many-core processors with high-bandwidth memory it takes blocks from there, through the
-// optional memkind library, which is bound by name at run time; everywhere else from the C library.
+// The internal raw allocator. On many-core processors with high-bandwidth memory it takes blocks from there, through
+// the optional memkind library, which is bound by name at run time; everywhere else from the C library.
 #include <dlfcn.h>
 #include <stdio.h>
 #include <stdlib.h>

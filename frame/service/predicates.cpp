@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Questions by which kernels choose: is this processor one of a given model, has it a given instruction set. Read-only,
-// safe to repeat, cached. The fine number is 0 on every processor that is not the maker's (or trusted), so all questions
-// of the fine number answer 0 there.
+// safe to repeat, cached. The fine number is 0 on every processor that is not the maker's (or trusted), so all
+// questions of the fine number answer 0 there.
 #include "frame/service/processor.h"
 
 namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Questions to the processor and to the system's processor state, and what detection, the census and the predicates
-// share. The three questions at the bottom of everything are routines of their own, in general_regs/, so that code which
-// may touch general registers only can ask them.
+// share. The three questions at the bottom of everything are routines of their own, in general_regs/, so that code
+// which may touch general registers only can ask them.
 #pragma once
 #include "frame/tesh_serv.h"
 
@@ -16,8 +16,8 @@ uint64_t processor_xcr0(void); // legal only where CPUID leaf 1 ECX bit 27 is se
 int64_t processor_arch_prctl(int64_t code, uint64_t argument);
 
 // ---- general_regs/processor_questions.cpp ----
-// The same as processor_cpuid, but zeros for a leaf or sub-leaf that the processor does not list: some processors answer
-// a leaf beyond the last with the data of another.
+// The same as processor_cpuid, but zeros for a leaf or sub-leaf that the processor does not list: some processors
+// answer a leaf beyond the last with the data of another.
 void processor_cpuid_listed(uint32_t leaf, uint32_t subleaf, cpuid_answer *answer);
 // 1 if leaf 0 spells the twelve characters.
 int32_t processor_vendor_is(const char *vendor);
@@ -50,8 +50,8 @@ int32_t detect_avx_vnni(void);
 
 // ---- cbwr.cpp ----
 int32_t check_cbwr_settings(int32_t value);
-// Both store the setting, the second if it is not there yet, for callers that hold TESH_Detect_Cpu_Global_Lock. Not 0 on
-// a processor below the minimum: the code with which the caller ends the process when it has let go of the lock.
+// Both store the setting, the second if it is not there yet, for callers that hold TESH_Detect_Cpu_Global_Lock. Not 0
+// on a processor below the minimum: the code with which the caller ends the process when it has let go of the lock.
 int32_t get_tesh_cbwr_from_env(void);
 int32_t cbwr_resolve(void);
 }
@@ -70,7 +70,8 @@ constexpr uint64_t features_avx2_level = 0x9c2000;       // PCLMULQDQ, FMA, BMI,
 constexpr uint64_t features_avx512_level = 0x6009000000; // AVX512 DQ, F, BW, VL
 constexpr uint64_t features_vaes_level = 0xc00008000000; // AVX512F, VAES, VPCLMULQDQ
 
-// The low word of the feature indicator; the baseline bit is always set by the census, so zero means that it has not run.
+// The low word of the feature indicator; the baseline bit is always set by the census,
+// so zero means that it has not run.
 [[maybe_unused]] inline uint64_t processor_features(void)
 {
     uint64_t word;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Shares of a range for a team of threads. For ids 0 .. nthreads - 1 the shares tile 0 .. n - 1 in the order of the ids;
-// an id past the team has a share of nothing, and its start goes on by the same formula (in bands: the end of the range).
-// Fewer than two threads: thread 0 has everything.
+// Shares of a range for a team of threads. For ids 0 .. nthreads - 1 the shares tile 0 .. n - 1 in the order of the
+// ids; an id past the team has a share of nothing, and its start goes on by the same formula (in bands: the end of the
+// range). Fewer than two threads: thread 0 has everything.
 #include <math.h>
 
 #include "frame/tesh_serv.h"

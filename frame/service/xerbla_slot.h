@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The slot of the error handler in force. The entry layer looks into it before it registers its own handler, so that a public
-// call whose handler is registered already makes no call for it.
+// The slot of the error handler in force. The entry layer looks into it before it registers its own handler, so that a
+// public call whose handler is registered already makes no call for it.
 #pragma once
 #include "frame/tesh_serv.h"
 

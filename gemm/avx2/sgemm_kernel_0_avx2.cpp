@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] += A[m x k] * B[k x n] on a packed pair (b0: C = A*B, C is not read); alpha is in A, beta in C
-// registers  full tile 24 x 4: 12 accumulators + 3 of A + 1 broadcast of B = 16 of 16; the panels of 16 and 8 rows have 12
-//            accumulators too, for two tiles of 6 columns go over three B panels
+// registers  full tile 24 x 4: 12 accumulators + 3 of A + 1 broadcast of B = 16 of 16; the panels of 16 and 8 rows have
+//            12 accumulators too, for two tiles of 6 columns go over three B panels
 // layout     A in panels of 24, 16, 8, 4, 2, 1 rows, B in panels of 4, 2, 1 columns; C column-major, any alignment
-// loop       depth unrolled by 4, remainder by 1; one chain of sums per element in the order of depth, but for the panel
-//            of 8 rows, whose plain form adds even and odd steps apart; the cnr form has one chain there too
+// loop       depth unrolled by 4, remainder by 1; one chain of sums per element in the order of depth, but for the
+//            panel of 8 rows, whose plain form adds even and odd steps apart; the cnr form has one chain there too
 // prefetch   A 704 bytes ahead, every second step; B 384 bytes ahead; C at the head and over the last 34 groups, in a
 //            shallow tile the one below; the next A panel a line per column of C
 // edges      binary panel widths; below 8 rows a register holds several columns; no masks, no read past an operand

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := beta*C + alpha*A^T*B for few rows of op(A) or few columns of op(B), without packing. Rows of A and columns of B are
-// runs of depth, so that a register takes several steps at once: an unpacking puts a pair of rows, four steps of each,
-// into a register, and a column of B is spread to match by a shuffle within halves. That is a third of the shuffles that
-// a panel of whole steps takes. The panel holds eight steps as two registers for each pair, as one for a single row.
+// C := beta*C + alpha*A^T*B for few rows of op(A) or few columns of op(B), without packing. Rows of A and columns of B
+// are runs of depth, so that a register takes several steps at once: an unpacking puts a pair of rows, four steps of
+// each, into a register, and a column of B is spread to match by a shuffle within halves. That is a third of the
+// shuffles that a panel of whole steps takes. The panel holds eight steps as two registers for each pair,
+// as one for a single row.
 #pragma once
 #include "frame/path/vec_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
@@ -146,7 +147,8 @@ template <int rows> inline typename lanes<rows>::reg add_steps(const __m256 *pai
         return _mm_cvtss_f32(_mm_add_ss(two, _mm_movehdup_ps(two)));
 }
 
-// cols columns of 8, 6, 4, 2 or 1 rows, eight steps at a time. Halves of steps add up apart where the registers allow it.
+// cols columns of 8, 6, 4, 2 or 1 rows, eight steps at a time. Halves of steps add up apart where the registers allow
+// it.
 template <int rows, int cols> struct paired_tile {
     static constexpr int pairs = (rows + 1) / 2, halves = rows == 1 ? 1 : 2;
     static constexpr int sets = pairs * cols <= 6 ? halves : 1;
@@ -349,7 +351,8 @@ template <int rows, beta_form form>
     return end;
 }
 
-// Deep products: m rows of op(A), by 4 and then 2 and 1, by 8 or 6 before that where so few columns leave the registers for it.
+// Deep products: m rows of op(A), by 4 and then 2 and 1, by 8 or 6 before that where so few columns leave the registers
+// for it.
 template <beta_form form>
 [[gnu::noinline]] void paired_rows(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
                                    float *panel, const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)

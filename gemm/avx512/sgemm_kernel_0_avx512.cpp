@@ -2,10 +2,11 @@
 // computes   C[m x n] += A[m x k] * B[k x n] on a packed pair (b0: C = A*B, C is not read); alpha is in A, beta in C
 // registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32: with the step ahead
 //            in registers of its own GCC 12 spills a sum, and renaming gives the processor the same
-// layout     A in panels of 48, 32, 16, 8, 4, 2, 1 rows, B in panels of 8, 4, 2, 1 columns; C column-major, any alignment
+// layout     A in panels of 48, 32, 16, 8, 4, 2, 1 rows, B in panels of 8, 4, 2, 1 columns; C column-major, any
+//            alignment
 // loop       depth unrolled by 4, remainder by 1; each element of C is one chain of sums in the order of depth
-// prefetch   B 512 bytes ahead; C for writing over the last 32 groups, in a shallow tile the one below; the next A panel
-//            (T2) a line per vector of C
+// prefetch   B 512 bytes ahead; C for writing over the last 32 groups, in a shallow tile the one below; the next A
+//            panel (T2) a line per vector of C
 // edges      binary panel widths; below 16 rows a register holds several columns; no masks, no read past an operand
 // measured   98 % of the multiply-add peak at depth 384 on a packed pair; SGEMM as a whole: bench/gemm/bench_sgemm.cpp
 #include "gemm/avx512/sgemm_path_avx512.h"

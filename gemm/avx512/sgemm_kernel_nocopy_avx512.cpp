@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
-// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32; 16 rows at most: up to 16 columns,
-//            16 accumulators + 1 of A + 1 broadcast of B
+// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32; 16 rows at most: up to 16
+//            columns, 16 accumulators + 1 of A + 1 broadcast of B
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
-// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps apart
+// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps
+//            apart
 // prefetch   the next tile's columns of B, every line once, and the next 48 rows of A, also where they go through the
 //            panel; small blocks nothing
 // edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns
@@ -189,7 +190,8 @@ struct nocopy_avx512 {
                                                                               ldc);
         row_tiles<b_transposed, form>(m, n, k, alpha, rows_in_place{a, lda}, b, ldb, beta, c, ldc);
     }
-    // The way of each size: up to 32 rows and columns at the index of the columns, from 17 rows on 32 further; all others at 0.
+    // The way of each size: up to 32 rows and columns at the index of the columns, from 17 rows on 32 further;
+    // all others at 0.
     template <bool b_transposed, beta_form form> struct ways {
         tesh_blas_sgemm_kernel_nocopy_fn *of[65];
         constexpr ways() : of{many_rows_or_columns<b_transposed, form>}

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := alpha*op(A)*op(B) + beta*C in smaller blocks, 256 rows by 256 deep, with the tile of the generic form. beta goes
-// over C first, alpha into the packed A. Rows are filled up to 8 and columns to 4 by repeating the last one: its products
-// raise no flag that the true ones do not, and are not stored.
+// over C first, alpha into the packed A. Rows are filled up to 8 and columns to 4 by repeating the last one: its
+// products raise no flag that the true ones do not, and are not stored.
 #pragma once
 #include "frame/path/path_util.h"
 #include "frame/tesh_serv.h"

@@ -30,7 +30,8 @@ inline void copy_b_right_peeled(int64_t depth, int64_t columns, const float *b, 
     }
 }
 
-// A block: whole panels, then the rest filled up to one. peels: B down its columns with the head of copy_b_right_peeled.
+// A block: whole panels, then the rest filled up to one. peels: B down its columns with the head of
+// copy_b_right_peeled.
 template <int width, bool scaled, bool peels = false>
 inline void pack_with_rest(bool down, int64_t depth, int64_t count, const float *source, int64_t ld, float scale,
                            float *panel)

@@ -18,7 +18,8 @@ constexpr int32_t allocation_align = 128;                                 // [by
 // [bytes] beside the elements of a block: its offset, and twice its boundary.
 constexpr int64_t a_room = 2 * large_page + a_offset, b_room = 2 * page + b_offset;
 constexpr int64_t a_count_room = 2 * page + a_offset; // of each block where several of A lie behind each other
-// [bytes] beside those of a block that outlives the call: its offset, header and boundary; beside several: the boundary.
+// [bytes] beside those of a block that outlives the call: its offset, header and boundary; beside several:
+// the boundary.
 constexpr int64_t a_pack_room = 3 * large_page + header_align + a_offset;
 constexpr int64_t b_pack_room = 3 * large_page + header_align + b_offset;
 constexpr int64_t count_room = 2 * large_page, count_pack_room = count_room + header_align;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := alpha*op(A)*op(B) + beta*C by blocks: pack a block of B and a block or a slice of A, and let the kernel add their
-// product to C. alpha goes into the packed A; beta is applied with the first depth block.
+// C := alpha*op(A)*op(B) + beta*C by blocks: pack a block of B and a block or a slice of A, and let the kernel add
+// their product to C. alpha goes into the packed A; beta is applied with the first depth block.
 #pragma once
 #include "frame/tesh_serv.h"
 #include "gemm/body/sgemm_views.h"

@@ -2,8 +2,8 @@
 // computes   C[8 x 4] := beta*C + A[8 x k]*B[k x 4] over all tiles of a packed pair; alpha is in A
 // registers  8 accumulators + 2 of A + 2 of products = 12 of 16
 // layout     A in panels of 8 rows, B in panels of 4 columns, both 16-byte aligned; C column-major, any alignment
-// loop       gemm/body/sgemm_spread_body.h, one step a round: A runs in vectors along its 8 rows, and the 4 columns at work
-//            are spread beforehand (64 bytes a depth step)
+// loop       gemm/body/sgemm_spread_body.h, one step a round: A runs in vectors along its 8 rows, and the 4 columns at
+//            work are spread beforehand (64 bytes a depth step)
 // prefetch   the C tile at its start: it is read k steps later
 // edges      none: rows are a multiple of 8, columns of 4
 // measured   96 % of bench/peak at 4 lanes, a packed pair of 640 x 64 x 112 (Zen 5)

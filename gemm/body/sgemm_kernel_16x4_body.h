@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] += A[m x k]*B[k x n] over a packed pair; alpha is in A, beta went over C before
 // registers  8 accumulators of 8 floats + 2 of A + 1 broadcast of B = 11 of 16
-// layout     A in panels of 16 rows, then 8, 4, 2, 1; B in panels of 4 columns, then 2, 1; C column-major, any alignment
-// loop       one step a round, which beats any unrolling: eight accumulators of latency 4 just fill two pipes, and every
-//            product that starts late is time lost (a loop of nothing but eight such chains reaches 90 % of the peak).
-//            Eight panels of A go against a panel of B, which stays in the first-level cache
+// layout     A in panels of 16 rows, then 8, 4, 2, 1; B in panels of 4 columns, then 2, 1; C column-major, any
+//            alignment
+// loop       one step a round, which beats any unrolling: eight accumulators of latency 4 just fill two pipes, and
+//            every product that starts late is time lost (a loop of nothing but eight such chains reaches 90 % of the
+//            peak). Eight panels of A go against a panel of B, which stays in the first-level cache
 // prefetch   none: both panels are read in order
 // edges      the narrow panels, by 8-, 4-, 2- and 1-float operations; none reads or multiplies what is not there
 // measured   90 % of bench/peak at 8 lanes, a packed pair of 128 x 384 x 128 (Zen 5)

@@ -8,8 +8,8 @@
 //   shallow_k      most depth of a tile that is too short to fetch for itself
 //   a_ahead        distance at which A is fetched [elements], 0 where the processor's own stream will do
 //   b_ahead        distance at which B is fetched [elements]
-//   next_a_lines   lines of the next A panel fetched per column of a finished tile, beside one at the tile's head: with a
-//                  full B block the panel is covered once
+//   next_a_lines   lines of the next A panel fetched per column of a finished tile, beside one at the tile's head: with
+//                  a full B block the panel is covered once
 //   c_head         place in each column of C that is fetched at the tile's head [elements], -1 for none
 //   fetch_c        fetches a line of C
 #pragma once
@@ -34,8 +34,8 @@ template <class v, int rv, int cols, int split>
         return v::broadcast(j < split ? b + j : b + beyond + j);
     };
     if constexpr (rv == 1 && split < cols) {
-        // With one register of rows, loading each element for itself takes longer than multiplying it. Two come out of one
-        // load of a panel's four; three would take a register too many.
+        // With one register of rows, loading each element for itself takes longer than multiplying it. Two come out of
+        // one load of a panel's four; three would take a register too many.
         constexpr int from = split % 4;
         const typename v::reg four = v::four(from < split ? b + from : b + beyond + from);
 #pragma GCC unroll 8
@@ -74,8 +74,8 @@ template <class p, int cols> struct c_fetch {
 };
 
 // One tile: rv registers of rows, cols columns, the whole depth. With two sets of sums even and odd depth steps add up
-// apart, so that a tile of few registers does not wait for its own sums. A tile of more columns than the panel gives, from
-// b on, takes those from split on out of the next panel.
+// apart, so that a tile of few registers does not wait for its own sums. A tile of more columns than the panel gives,
+// from b on, takes those from split on out of the next panel.
 template <class p, class v, int rv, int cols, bool read_c, int sets, int split = cols>
 [[gnu::always_inline]] inline void tile(int64_t depth, const float *a, const float *b, float *c, int64_t ldc,
                                         const char *&next_a)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := beta*C; beta = 0 stores zeros and does not read C. Two columns at a time; down a column four registers, then two,
-// then one, then what is left.
+// C := beta*C; beta = 0 stores zeros and does not read C. Two columns at a time; down a column four registers, then
+// two, then one, then what is left.
 //
 // v: the path's full register. rest(count, column, change) does the last elements of one column.
 #pragma once

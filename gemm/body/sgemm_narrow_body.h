@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Row panels of 8, 4, 2 or 1 rows against the full column panels. A register holds the rows of several columns side by
-// side, and several column panels are in work at once: registers are full, and there are sums enough that none waits for
-// itself. Each element of C is still one chain of sums in the order of depth.
+// side, and several column panels are in work at once: registers are full, and there are sums enough that none waits
+// for itself. Each element of C is still one chain of sums in the order of depth.
 //
 // A path gives, for a register type w and a row count r,
 //   spreader<w, r>::repeat(a)      the r rows of a step, repeated over the register
@@ -78,7 +78,7 @@ template <class p, class w, int r, int panels, bool read_c>
         narrow_tile<p, w, r, 1, read_c>(depth, a, b, c, ldc);
     if (n > 0) {
         if constexpr (w::width > 4)
-            _mm256_zeroupper(); // GCC 12 leaves it out before a jump to a function that it knows to spare some registers
+            _mm256_zeroupper(); // GCC 12 leaves it out before a jump to a function that spares some registers
         row_panel<p, lanes<r>, 1, read_c>(n, depth, a, b, c, ldc);
     }
 }

@@ -6,12 +6,12 @@
 // x holds 8 floats a step, spread 16: every element four times side by side, made beforehand, so that the loop shuffles
 // nothing, which would take a pipe of the multiplies or the adds.
 //
-// Vector instructions of all kinds, copies and loads among them, share six slots a cycle where multiplies and adds alone
-// take four. A product overwrites one operand, so each needs a load or a copy of its own: 24 instructions for 16 multiplies
-// and adds are the least there is. The last element multiplies the two registers in place, from memory; the others are
-// loaded once and copied. One instruction more, or more than two of other kinds together, costs up to a cycle a step.
-// Hence one index for both operands, and its step behind the last sum. The loop is not unrolled: no longer one kept its
-// place in the slots (4.05 to 4.2 cycles a step as it is, 4.25 to 5.0 by two or four; Zen 5).
+// Vector instructions of all kinds, copies and loads among them, share six slots a cycle where multiplies and adds
+// alone take four. A product overwrites one operand, so each needs a load or a copy of its own: 24 instructions for 16
+// multiplies and adds are the least there is. The last element multiplies the two registers in place, from memory; the
+// others are loaded once and copied. One instruction more, or more than two of other kinds together, costs up to a
+// cycle a step. Hence one index for both operands, and its step behind the last sum. The loop is not unrolled: no
+// longer one kept its place in the slots (4.05 to 4.2 cycles a step as it is, 4.25 to 5.0 by two or four; Zen 5).
 #pragma once
 #include <immintrin.h>
 #include <stdint.h>

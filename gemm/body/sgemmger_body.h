@@ -36,8 +36,8 @@ template <class v, ger_form form> inline void ger_register(const ger_factors<v> 
     v::store(c, ger_value<v, form>(f, x, old));
 }
 
-// The last count elements of a column, fewer than a register holds. Lanes beyond them multiply zero by zero: an infinite
-// factor raises no flag there.
+// The last count elements of a column, fewer than a register holds. Lanes beyond them multiply zero by zero: an
+// infinite factor raises no flag there.
 template <class v, ger_form form> inline void ger_rest(const ger_factors<v> &f, int64_t count, const float *x, float *c)
 {
     if constexpr (v::width == 4) {

@@ -180,8 +180,8 @@ constexpr int tiny_bits = 5;
     return static_cast<uint64_t>((m - 1) | (n - 1) | (k - 1)) >> tiny_bits == 0 && alpha != 0.0f; // 1 to 32 each
 }
 
-// With A and B read where they lie the driver slot holds the no-copy driver, which reads neither strategy nor info: none
-// is filled, for this is the route of the smallest products.
+// With A and B read where they lie the driver slot holds the no-copy driver, which reads neither strategy nor info:
+// none is filled, for this is the route of the smallest products.
 template <class p>
 [[gnu::always_inline]] inline void nocopy_route(const char *transa, const char *transb, int64_t m, int64_t n, int64_t k,
                                                 float alpha, const float *a, int64_t lda, const float *b, int64_t ldb,

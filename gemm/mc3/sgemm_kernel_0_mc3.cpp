@@ -2,17 +2,18 @@
 // computes   C[4 x 8] += A[4 x k] * B[k x 8]; alpha is in the A panel, beta in the driver
 // registers  8 accumulators + 2 of B + 2 of products = 12 of 16
 // layout     A packed in rows of 4, B in columns of 8, then 4, 2, 1 (sgemm_pack_mc3.cpp); C column-major, any alignment
-// loop       gemm/body/sgemm_spread_body.h, one step a round: B runs in vectors along its 8 columns, and the 4 rows of A are
-//            spread once for all columns, in 16 KiB of the stack; the tile is turned over when it is added to C
-// prefetch   the tile of C 128 steps before the end of its loop: from its start, columns whose distance is a large power of
-//            two have left their cache set again (ldc = 1024: 86 instead of 83 % of the peak)
-// edges      ker0_pst: rows 2, 1 and columns 4, 2, 1 in panels of those widths, and products of fewer than 32 columns; never
-//            by reading past an operand
+// loop       gemm/body/sgemm_spread_body.h, one step a round: B runs in vectors along its 8 columns, and the 4 rows of
+//            A are spread once for all columns, in 16 KiB of the stack; the tile is turned over when it is added to C
+// prefetch   the tile of C 128 steps before the end of its loop: from its start, columns whose distance is a large
+//            power of two have left their cache set again (ldc = 1024: 86 instead of 83 % of the peak)
+// edges      ker0_pst: rows 2, 1 and columns 4, 2, 1 in panels of those widths, and products of fewer than 32 columns;
+//            never by reading past an operand
 // measured   95 % of bench/peak at 4 lanes, a packed pair of 64 x 512 x 256 (Zen 5)
 //
-// In the tiles of ker0_pst MOVDDUP loads a pair of B (b0 b1 b0 b1), and A times that, with A as it is and with its pairs
-// exchanged, gives both columns of the pair, the odd places swapped between them: a shuffle a step, not one a column.
-// Every element of C is one sum in the order of k: for a depth of up to 256 it does not depend on its place in a tile.
+// In the tiles of ker0_pst MOVDDUP loads a pair of B (b0 b1 b0 b1), and A times that, with A as it is and with its
+// pairs exchanged, gives both columns of the pair, the odd places swapped between them: a shuffle a step, not one a
+// column. Every element of C is one sum in the order of k: for a depth of up to 256 it does not depend on its place in
+// a tile.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_mc3.h"
 #include "gemm/body/sgemm_spread_body.h"
@@ -91,8 +92,8 @@ inline void whole_tiles(int64_t m, int64_t n, int64_t k, const float *a, const f
     }
 }
 
-// Four rows, 2*pairs columns. straight[p] holds (a0 b0, a1 b1, a2 b0, a3 b1) of column pair p, crossed[p] (a1 b0, a0 b1,
-// a3 b0, a2 b1).
+// Four rows, 2*pairs columns. straight[p] holds (a0 b0, a1 b1, a2 b0, a3 b1) of column pair p, crossed[p] (a1 b0, a0
+// b1, a3 b0, a2 b1).
 template <int pairs>
 [[gnu::noinline]] void tile_of_pairs(int64_t k, const float *a, const float *b, float *c, int64_t ldc)
 {
@@ -103,7 +104,8 @@ template <int pairs>
         _mm_prefetch(reinterpret_cast<const char *>(c + 2 * p * ldc), _MM_HINT_T0);
         _mm_prefetch(reinterpret_cast<const char *>(c + (2 * p + 1) * ldc), _MM_HINT_T0);
     }
-    // Unrolled by the last pass of the compiler: unrolled by hand, the loads of all four steps move to the front and spill.
+    // Unrolled by the last pass of the compiler: unrolled by hand, the loads of all four steps move to the front and
+    // spill.
 #pragma GCC unroll 4
     for (int64_t l = 0; l < k; ++l, a += tile_m, b += 2 * pairs) {
         _mm_prefetch(reinterpret_cast<const char *>(b + prefetch_steps * 2 * pairs), _MM_HINT_T0);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Packing of the mc3 path. A panel of width W holds, depth step after depth step, W neighbouring elements: rows of op(A) in
-// widths of 4, then 2, 1; columns of op(B) in widths of 8, then 4, 2, 1. Panels follow one another without a gap, so that the
-// panel of column j begins at j*depth. Every element is multiplied by *scale (alpha for A, 1 for B).
+// Packing of the mc3 path. A panel of width W holds, depth step after depth step, W neighbouring elements: rows of
+// op(A) in widths of 4, then 2, 1; columns of op(B) in widths of 8, then 4, 2, 1. Panels follow one another without a
+// gap, so that the panel of column j begins at j*depth. Every element is multiplied by *scale (alpha for A, 1 for B).
 #include "frame/path/path_util.h"
 #include "frame/path/vec_mc3.h"
 #include "gemm/sgemm_mc3.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// C := alpha*op(A)*op(B) + beta*C on the mc3 path. Tiny products with beta = 1 go by unrolled loops; all else scales C first
-// and adds the product, blocked (columns, then depth, then rows) or, for what is thinner than a tile, by the bufferless form.
+// C := alpha*op(A)*op(B) + beta*C on the mc3 path. Tiny products with beta = 1 go by unrolled loops; all else scales C
+// first and adds the product, blocked (columns, then depth, then rows) or, for what is thinner than a tile,
+// by the bufferless form.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_mc3.h"
 #include "frame/tesh_serv.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The public names as a program meets them: aliases, argument checks and their reports byte by byte, verbose lines, the C
-// interface's mapping. Calls whose output or first-use behaviour counts run in children.
+// The public names as a program meets them: aliases, argument checks and their reports byte by byte, verbose lines, the
+// C interface's mapping. Calls whose output or first-use behaviour counts run in children.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 

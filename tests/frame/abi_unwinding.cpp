@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Hooks of a C++ program that throw: the exception passes the library's frames and arrives at the caller, and the library
-// is as before. Needs unwind tables in the shared object, which debuggers and profilers live on as well.
+// Hooks of a C++ program that throw: the exception passes the library's frames and arrives at the caller, and the
+// library is as before. Needs unwind tables in the shared object, which debuggers and profilers live on as well.
 #include <gtest/gtest.h>
 
 #include <functional>

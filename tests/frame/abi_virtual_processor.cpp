@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The shared library as it is shipped, in programs that see another processor by the preload library: what it detects, and
-// which member of every family runs. By faulting CPUID where the machine has that, otherwise by single steps.
+// The shared library as it is shipped, in programs that see another processor by the preload library: what it detects,
+// and which member of every family runs. By faulting CPUID where the machine has that, otherwise by single steps.
 #include <gtest/gtest.h>
 
 #include <csignal>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// child_static_first_call TYPE: for an emulated processor of the maker. The first call has to detect it as TYPE and to give
-// the right result with what that processor has; an instruction beyond ends the program. A static program, since the loader
-// of shared libraries refuses a maker that it does not know.
+// child_static_first_call TYPE: for an emulated processor of the maker. The first call has to detect it as TYPE and to
+// give the right result with what that processor has; an instruction beyond ends the program. A static program, since
+// the loader of shared libraries refuses a maker that it does not know.
 #include <cstdio>
 #include <cstdlib>
 #include <vector>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Run by abi_virtual_processor under the preload library: loads the shared library, puts a recorder in the place of every
-// path's member of every family, asks for the processor, calls every dispatcher and some public names, and prints which
-// member each call reached. The members themselves do not run, so the machine need not have their instructions.
-// With the argument "mode" it prints how it sees another processor; with "tiles" it configures matrix tiles after asking
-// for them, with "tiles-unasked" without.
+// Run by abi_virtual_processor under the preload library: loads the shared library, puts a recorder in the place of
+// every path's member of every family, asks for the processor, calls every dispatcher and some public names, and prints
+// which member each call reached. The members themselves do not run, so the machine need not have their instructions.
+// With the argument "mode" it prints how it sees another processor; with "tiles" it configures matrix tiles after
+// asking for them, with "tiles-unasked" without.
 #include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>

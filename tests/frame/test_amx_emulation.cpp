@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The emulation of matrix tiles that tests of tile kernels stand on: configuration, loads and stores, products, refusals.
+// The emulation of matrix tiles that tests of tile kernels stand on: configuration, loads and stores,
+// products, refusals.
 #include <gtest/gtest.h>
 #include <immintrin.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Binding of the processor type: every number that detection could give, those that no processor here gives included, and
-// every branch. Detection and the setting are put in place of the real ones.
+// Binding of the processor type: every number that detection could give, those that no processor here gives included,
+// and every branch. Detection and the setting are put in place of the real ones.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -76,8 +76,8 @@ TEST(binding, every_branch_has_its_type_whatever_the_processor_is)
     }
 }
 
-// The limit's code is held against the branch's number of another scale, and is then asked for as a fine number. On a processor
-// that has every level, the limits below win over the branches from the given one up, and over no others.
+// The limit's code is held against the branch's number of another scale, and is then asked for as a fine number. On a
+// processor that has every level, the limits below win over the branches from the given one up, and over no others.
 TEST(binding, a_limit_wins_over_the_branches_of_higher_rank)
 {
     struct {

@@ -87,7 +87,8 @@ TEST(cpu_clocks, never_run_backwards_and_accept_null)
     }
 }
 
-// CPUID holds the reading back until all before it is done; it has no other use there, so that a compiler could drop it.
+// CPUID holds the reading back until all before it is done; it has no other use there,
+// so that a compiler could drop it.
 TEST(cpu_clocks, are_read_behind_one_cpuid)
 {
     tesh_test::on_processor("avx2", {}, [] {
@@ -122,8 +123,8 @@ TEST(brand_frequency, reads_the_unit_and_the_four_characters_in_front)
         EXPECT_NEAR(clocks_brand_frequency(row.text), row.ghz, 1e-9) << '"' << row.text << '"';
 }
 
-// A processor whose brand string ends in the sixteen characters, if its leaves go that far; if not, they stand in its last
-// leaf, and any leaf beyond that answers the same.
+// A processor whose brand string ends in the sixteen characters, if its leaves go that far; if not, they stand in its
+// last leaf, and any leaf beyond that answers the same.
 tesh_test::vcpu_profile named(const char text[17], uint32_t last_extended_leaf)
 {
     tesh_test::vcpu_profile profile = tesh_test::profile_named("avx2");

@@ -37,8 +37,9 @@ const char *const limits[] = {"",          "SSE4_2",    "AVX",       "AVX2",    
 constexpr int limit_count = 12;
 enum column { no_limit, sse4_2, avx, avx2, avx512, e1, e2, e3, e4, avx2_e1, e5, avx10 };
 
-// The fine number of each profile under each limit; -1: the process ends with code 1. A limit that the processor does not
-// have is no limit. no_zmm_state: BF16 and FP16 are asked of CPUID alone, so that their limits apply there, and leave AVX2.
+// The fine number of each profile under each limit; -1: the process ends with code 1. A limit that the processor does
+// not have is no limit. no_zmm_state: BF16 and FP16 are asked of CPUID alone, so that their limits apply there,
+// and leave AVX2.
 struct profile_row {
     const char *name;
     bool maker;
@@ -170,8 +171,8 @@ int row_of_type(int type)
                        : dispatch_path_avx512;
 }
 
-// What a run must give. A limit "AVX512" is held against branches by a number of another scale, and wins over the branch
-// AVX2 where that is accepted: on AVX-512 processors the AVX-512 path runs then.
+// What a run must give. A limit "AVX512" is held against branches by a number of another scale, and wins over the
+// branch AVX2 where that is accepted: on AVX-512 processors the AVX-512 path runs then.
 void expect(const profile_row &profile, int limit, const name_row &name)
 {
     const int fine = profile.fine[limit];

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What the frame around a public routine does besides the work: readings of the clock, the registration of the handler, and
-// the verbose line where the level changes within a call.
+// What the frame around a public routine does besides the work: readings of the clock, the registration of the handler,
+// and the verbose line where the level changes within a call.
 // Each reading asks the processor for leaf 0 once, so that the questions count the readings.
 #include <gtest/gtest.h>
 
@@ -112,8 +112,8 @@ void change_level(const char *, const int64_t *, int32_t)
     tesh_serv_verbose(level_from_handler);
 }
 
-// The output of one bad call, the level being before at its start and changed by the report. Calls have been made earlier, so
-// that the routine knows where the level is.
+// The output of one bad call, the level being before at its start and changed by the report. Calls have been made
+// earlier, so that the routine knows where the level is.
 std::string output_of_bad_call(void (*call)(), int32_t before, int32_t changed)
 {
     return tesh_test::on_processor("avx2", {{"TESH_VERBOSE", ""}},

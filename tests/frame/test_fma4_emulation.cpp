@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The emulation of FMA4 that tests of FMA4 kernels stand on: every form, register and memory operands, rounding, and the
-// parts of the register that a form clears.
+// The emulation of FMA4 that tests of FMA4 kernels stand on: every form, register and memory operands, rounding, and
+// the parts of the register that a form clears.
 #include <gtest/gtest.h>
 #include <immintrin.h>
 #include <x86intrin.h>

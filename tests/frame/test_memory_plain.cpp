@@ -49,7 +49,8 @@ TEST(plain_layer, replaces_an_alignment_below_64_or_no_power_of_two_by_64)
     }
 }
 
-// What takes the raw allocator's place: a request for one block of 100 bytes is served at an offset, all others as usual.
+// What takes the raw allocator's place: a request for one block of 100 bytes is served at an offset,
+// all others as usual.
 constexpr size_t total_of_100_bytes = 100 + 64 + 24;
 alignas(64) char raw_area[64 + total_of_100_bytes];
 size_t raw_offset;

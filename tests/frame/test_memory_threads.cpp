@@ -285,8 +285,8 @@ TEST_F(book_of_threads, makes_its_keys_anew_after_they_were_destroyed)
     EXPECT_TRUE(thread_key_ready(mm_tid));
 }
 
-// The thread sanitizer's clocks are as long as there are threads, and an exclusive hold moves 1024 of them: there, most of
-// the numbers go to threads that have ended.
+// The thread sanitizer's clocks are as long as there are threads, and an exclusive hold moves 1024 of them: there, most
+// of the numbers go to threads that have ended.
 #if defined(__SANITIZE_THREAD__)
 constexpr bool under_thread_sanitizer = true;
 #else

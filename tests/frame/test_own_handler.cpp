@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A definition of a handler's name in the program takes the rest of the chain over, in both forms of the library. No other
-// name of the library can be taken over.
+// A definition of a handler's name in the program takes the rest of the chain over, in both forms of the library. No
+// other name of the library can be taken over.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

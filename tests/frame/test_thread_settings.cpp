@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The answers of the sequential form, which settings do not change, and the settings themselves as they are parsed. This
-// program brings the file that counts processes per node, to see its static.
+// The answers of the sequential form, which settings do not change, and the settings themselves as they are parsed.
+// This program brings the file that counts processes per node, to see its static.
 #include "frame/service/mpi_ppn.cpp"
 
 #include <gtest/gtest.h>

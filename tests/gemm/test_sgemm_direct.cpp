@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Small products go from their public name straight to a kernel on the avx512 path. They end where the front would have
-// brought them, with the same arguments. In this program the ends of the roads are replaced by notes of the call; each case
-// runs in a child, whose first call binds the path.
+// brought them, with the same arguments. In this program the ends of the roads are replaced by notes of the call; each
+// case runs in a child, whose first call binds the path.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -23,8 +23,8 @@ protected:
     static void SetUpTestSuite() { tesh_test::failing_memory::install(); }
 };
 
-// The calls of a product of two by two by two blocks, of two, two and one panels' height: b, a and k with the numbers of
-// the block or slice in the operand, a capital K where the kernel adds to C.
+// The calls of a product of two by two by two blocks, of two, two and one panels' height: b, a and k with the numbers
+// of the block or slice in the operand, a capital K where the kernel adds to C.
 struct nest {
     const records *r;
     std::int64_t panel_m, bn, bk;

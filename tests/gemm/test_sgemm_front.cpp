@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Which road the front takes for each shape. What it calls is played by this program: every call is written down with its
-// arguments, and then does the product by plain loops, so that road and result are both held.
+// Which road the front takes for each shape. What it calls is played by this program: every call is written down with
+// its arguments, and then does the product by plain loops, so that road and result are both held.
 #include <array>
 #include <cmath>
 

@@ -174,7 +174,8 @@ TEST_P(sgemm_kernel_nocopy, columns_of_a_pages_apart)
         }
 }
 
-// The panel takes so many bytes of stack that its use shows. m is odd, so that m + 1 is a leading dimension that lies well.
+// The panel takes so many bytes of stack that its use shows. m is odd,
+// so that m + 1 is a leading dimension that lies well.
 void expect_panel_where_due(const nocopy_path &p, std::int64_t m)
 {
     const std::int64_t k = 2048, few = p.whole_columns, many = few + 1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// SGEMM through its public name with everything under it in place: every processor's path, the reproducible mode, memory
-// that is refused request by request. Each case runs in a child, whose first call binds the path.
+// SGEMM through its public name with everything under it in place: every processor's path, the reproducible mode,
+// memory that is refused request by request. Each case runs in a child, whose first call binds the path.
 #include "frame/tesh_blas.h"
 #include "frame/tesh_serv.h"
 #include "gemm/sgemm.h"

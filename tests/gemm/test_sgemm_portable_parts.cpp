@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The routines under the portable forms, each alone: packing, inner products, register kernels, scaling, block sizes and
-// the layout of scratch, of def and cnr_def.
+// The routines under the portable forms, each alone: packing, inner products, register kernels, scaling, block sizes
+// and the layout of scratch, of def and cnr_def.
 #include "gemm/sgemm_paths.h"
 #include "tests/gemm/played_services.h"
 #include "tests/support/random.h"

@@ -224,8 +224,8 @@ TEST_P(sgemm_pst, an_element_does_not_depend_on_the_shape_around_it)
     }
 }
 
-// Of 16 products all but three are 0. Added 16 at a time, 2^24 and -2^24 meet in a lane of their own and the 1 beside them
-// stays; in groups of four it is lost in 2^24.
+// Of 16 products all but three are 0. Added 16 at a time, 2^24 and -2^24 meet in a lane of their own and the 1 beside
+// them stays; in groups of four it is lost in 2^24.
 TEST_P(sgemm_pst, sixteen_elements_of_a_dot_product_go_at_once)
 {
     for (const std::int64_t n : {1, 2, 3}) {

@@ -227,8 +227,8 @@ TEST_F(mc3, packing_puts_every_element_into_its_panel)
                     }
 }
 
-// Packs random operands, runs a kernel on guarded blocks and holds each element to the sums of pieces of the depth, each in
-// its order.
+// Packs random operands, runs a kernel on guarded blocks and holds each element to the sums of pieces of the depth,
+// each in its order.
 void check_kernel(mc3_gemm_kernel_fn *kernel, int64_t m, int64_t n, int64_t k, guard side, int64_t piece = INT64_MAX)
 {
     tesh_test::random random(static_cast<uint64_t>(m * 1000 + n * 100 + k));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A raw allocator under the library that refuses a chosen request. A driver is tested with n from 1 until a call no longer
-// meets the refusal:
+// A raw allocator under the library that refuses a chosen request. A driver is tested with n from 1 until a call no
+// longer meets the refusal:
 //
 //   failing_memory::install();                      // before the library's first allocation in this process
 //   for (int64_t n = 1;; ++n) {
@@ -15,8 +15,8 @@
 
 namespace tesh_test::failing_memory
 {
-// Stores the allocator in i_malloc and its siblings. May be called again; ends the program if the library has chosen its
-// allocators before.
+// Stores the allocator in i_malloc and its siblings. May be called again; ends the program if the library has chosen
+// its allocators before.
 void install();
 
 enum class refusal { once, from_there_on };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Arrays that end or begin at a page that faults when touched: an access outside an operand ends the test. Under the address
-// sanitizer so does one to a byte of the same page.
+// Arrays that end or begin at a page that faults when touched: an access outside an operand ends the test. Under the
+// address sanitizer so does one to a byte of the same page.
 #pragma once
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Verbose lines and first uses of the copy routines. Everything runs in children: this process never touches the library.
+// Verbose lines and first uses of the copy routines. Everything runs in children:
+// this process never touches the library.
 #include <gtest/gtest.h>
 
 #include <cstdio>

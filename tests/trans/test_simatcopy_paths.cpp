@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// AB := alpha*op(AB) on every path, against plain loops, bit by bit; arrays between guard pages, padding under canaries.
+// AB := alpha*op(AB) on every path, against plain loops, bit by bit; arrays between guard pages,
+// padding under canaries.
 #include <gtest/gtest.h>
 
 #include <algorithm>

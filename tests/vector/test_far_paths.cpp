@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Strides and leading dimensions past 2^31 elements in the routines of level 1, and in SGER. Few pages are ever touched.
+// Strides and leading dimensions past 2^31 elements in the routines of level 1, and in SGER.
+// Few pages are ever touched.
 #include "tests/vector/level1.h"
 #include "vector/matrix_vector_paths.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// In which order the sums of SGEMV and STRMV are made, seen in their bits: panels of 512 rows, blocks of 32, and what a sum
-// begins with.
+// In which order the sums of SGEMV and STRMV are made, seen in their bits: panels of 512 rows, blocks of 32, and what a
+// sum begins with.
 #include <gtest/gtest.h>
 
 #include <algorithm>

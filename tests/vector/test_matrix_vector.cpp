@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The fronts of level 2 bind to the path of the processor and the reproducibility branch; mc3 follows the branch at every
-// call; avx2 stays right without memory.
+// The fronts of level 2 bind to the path of the processor and the reproducibility branch; mc3 follows the branch at
+// every call; avx2 stays right without memory.
 #include <gtest/gtest.h>
 
 #include <cstring>

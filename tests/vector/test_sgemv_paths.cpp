@@ -189,7 +189,8 @@ TEST_F(sgemv, agrees_at_every_alignment_and_leading_dimension)
     }
 }
 
-// Matrices past the first cache, and past the second: the wide paths read them in longer loops, or in shorter ones again.
+// Matrices past the first cache, and past the second: the wide paths read them in longer loops,
+// or in shorter ones again.
 TEST_F(sgemv, agrees_for_matrices_of_every_cache)
 {
     const std::int64_t lengths[] = {49, 97, 128, 135, 160, 192, 193, 200, 257, 300, 383, 384, 400, 511, 700};

@@ -176,8 +176,8 @@ TEST(snrm2, more_than_two_to_the_31_elements)
     }
 }
 
-// Squares whose sum lies near the middle between two results, so that the last bits of the sum decide: the middle itself,
-// 1 + 2^-23 + 2^-48, in four of the elements of one chain, and a few squares around the last place of that sum.
+// Squares whose sum lies near the middle between two results, so that the last bits of the sum decide: the middle
+// itself, 1 + 2^-23 + 2^-48, in four of the elements of one chain, and a few squares around the last place of that sum.
 TEST(snrm2, sixteen_chains_are_added_pairwise_with_neighbours_first)
 {
     constexpr int chains = 16;

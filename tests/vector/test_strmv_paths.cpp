@@ -175,7 +175,8 @@ TEST(strmv, agrees_at_every_alignment)
     }
 }
 
-// n = 33 is a block of 32 and one of 1: the single element is the last in the shapes that go up, the first in the others.
+// n = 33 is a block of 32 and one of 1: the single element is the last in the shapes that go up,
+// the first in the others.
 TEST(strmv, order_33_has_a_block_of_32_and_one_of_1)
 {
     for (const path_row &row : rows()) {

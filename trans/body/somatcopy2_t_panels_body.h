@@ -27,8 +27,8 @@ constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
     return x < y ? x : y;
 }
 
-// A strip of lines: 8 columns at a time, then 4, then single ones; in each of them rounds of 4 lines, so that a line of b
-// gets its stores together. What is left of the lines goes together, column after column. single: 4 lines.
+// A strip of lines: 8 columns at a time, then 4, then single ones; in each of them rounds of 4 lines, so that a line of
+// b gets its stores together. What is left of the lines goes together, column after column. single: 4 lines.
 // settled: 8 columns begin when the stores of the last 8 have left the queue (trans/body/settled.h).
 // ahead: the distance of prefetches of a [elements], 0 for none.
 // Not inlined: beside the block kernel its pointers would be spilled.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// SGEMV on the avx2 path: y := alpha*op(A)*x + beta*y. Two kernels with a contiguous vector on the row side, and a driver
-// that packs a strided one in chunks of 512 elements, or runs scalar loops where there is no memory for the chunk.
+// SGEMV on the avx2 path: y := alpha*op(A)*x + beta*y. Two kernels with a contiguous vector on the row side, and a
+// driver that packs a strided one in chunks of 512 elements, or runs scalar loops where there is no memory for the
+// chunk.
 #include "frame/path/path_util.h"
 #include "frame/tesh_serv.h"
 #include "vector/body/sgemv_columns.h"
@@ -131,8 +132,8 @@ template <int columns, int longest, bool asks = false>
     return true;
 }
 
-// tesh_blas_avx2_xsgemv_t for at least 128 rows and an A in the second-level cache: four rounds of columns in a loop of many
-// loads (sgemv_columns.h). The same arguments, so that it is jumped to.
+// tesh_blas_avx2_xsgemv_t for at least 128 rows and an A in the second-level cache: four rounds of columns in a loop of
+// many loads (sgemv_columns.h). The same arguments, so that it is jumped to.
 [[gnu::noinline]] void add_long_dots(const int64_t *m, const int64_t *n, const float *alpha, const float *a,
                                      const int64_t *lda, const float *x, const int64_t *incy, float *y)
 {
@@ -184,7 +185,8 @@ void add_product_transposed_scalar(const sgemv_call &call)
     }
 }
 
-// y += alpha*A*x in chunks of a strided y. Where all elements of y are one, a chunk starts at zero and is summed into it.
+// y += alpha*A*x in chunks of a strided y. Where all elements of y are one,
+// a chunk starts at zero and is summed into it.
 void add_product_packed(const sgemv_call &call, float *chunk)
 {
     for (int64_t i = 0; i < call.m; i += chunk_rows) {

@@ -2,9 +2,10 @@
 // SGEMV on the avx512 path: y := alpha*op(A)*x + beta*y in one routine, without a buffer.
 //
 // A:   rounds of 4 columns over pieces of 16 rows of y, which are gathered and scattered where y is strided.
-// A^T: rounds of 4 columns, one accumulator of 16 lanes each. The product of row 0 opens the chain of row 1, and rows 1,
-//      17, 33, ... make the first chain. Two or four rounds run together where there are so many, as chains of one column
-//      do not hide the latency of the multiply-add. Columns of at most 8 rows share registers, with the same chains.
+// A^T: rounds of 4 columns, one accumulator of 16 lanes each. The product of row 0 opens the chain of row 1, and rows
+//      1, 17, 33, ... make the first chain. Two or four rounds run together where there are so many, as chains of one
+//      column do not hide the latency of the multiply-add. Columns of at most 8 rows share registers,
+//      with the same chains.
 //
 // No sum depends on the address of an operand.
 #include "frame/path/path_util.h"
@@ -113,8 +114,8 @@ template <class access_type> [[gnu::noinline]] void add_product_strided(const sg
     }
 }
 
-// How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of row
-// 0 in the register that holds it, so that loads can stand at register boundaries.
+// How the rows of a column are cut into registers: the same for every column of a call. lead lanes stand in front of
+// row 0 in the register that holds it, so that loads can stand at register boundaries.
 struct row_pieces {
     int64_t lead;
     __mmask16 row_1;        // its lane
@@ -139,9 +140,9 @@ inline row_pieces cut_rows(int64_t m, int64_t n, int64_t lda, int64_t lead)
     return rows;
 }
 
-// The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ... in lane 1, of rows 2, 18, 34, ... in lane 2,
-// and so on. Row 0 opens the first of them. sets: accumulators of a column. round: registers of a column in a round, a
-// power of two. ahead: rows to ask for, or null.
+// The chains of some columns of A^T*x, one in each lane: of rows 1, 17, 33, ... in lane 1, of rows 2, 18, 34, ... in
+// lane 2, and so on. Row 0 opens the first of them. sets: accumulators of a column. round: registers of a column in a
+// round, a power of two. ahead: rows to ask for, or null.
 template <int columns, int sets, int round, class access_type>
 [[gnu::always_inline]] inline void column_chains(const row_pieces &rows, const float *a, int64_t lda, const float *x,
                                                  const access_type &access, __m512 *chain,
@@ -275,8 +276,8 @@ template <int columns> [[gnu::always_inline]] inline __m512 sum_lanes(const __m5
     }
 }
 
-// y += alpha*A^T*x for a contiguous x and the columns that fill rounds, in a loop of many loads: sgemv_columns.h. Returns
-// the columns done.
+// y += alpha*A^T*x for a contiguous x and the columns that fill rounds, in a loop of many loads: sgemv_columns.h.
+// Returns the columns done.
 template <int columns, int round>
 [[gnu::noinline]] int64_t add_long_rounds(const sgemv_call &call, const row_pieces &pieces)
 {

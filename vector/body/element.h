@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Single elements, at addresses of any alignment, and the loop over them for strides and for what no register loop takes.
+// Single elements, at addresses of any alignment, and the loop over them for strides and for what no register loop
+// takes.
 #pragma once
 #include "frame/path/path_util.h"
 

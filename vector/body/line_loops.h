@@ -2,8 +2,9 @@
 // Unit-stride loops of the paths with masks. Their operations have a member at(access, x, y) that loads a register of
 // elements at x and y, and stores the results, through one of the accesses below; with in_fours, four(x, y) does so for
 // four whole registers. Loads and stores are unaligned in form. The written vector y is brought to a register boundary
-// first, because a store that crosses a line costs more than a load that does. Lanes that an access leaves out are loaded
-// as zero; factors go through its keep, which makes them zero there too, as an infinite factor would raise a flag.
+// first, because a store that crosses a line costs more than a load that does. Lanes that an access leaves out are
+// loaded as zero; factors go through its keep, which makes them zero there too,
+// as an infinite factor would raise a flag.
 #pragma once
 #include "vector/body/element.h"
 
@@ -58,8 +59,8 @@ template <class v, int count, class op, class element> inline void whole_element
     y += count;
 }
 
-// The rest of fewer than 2*count elements, by the bits of its count; the last ones with one masked operation. Set bits are
-// expected, so that what is done is done in line and what is not costs one jump.
+// The rest of fewer than 2*count elements, by the bits of its count; the last ones with one masked operation. Set bits
+// are expected, so that what is done is done in line and what is not costs one jump.
 template <class v, int count, class op, class element>
 inline void rest_of_line(const op &f, int64_t n, element *x, float *y)
 {

@@ -5,8 +5,8 @@
 
 namespace
 {
-// Up to here a copy or a fill lives in the first cache level, and unrolling and alignment pay [elements]. Beyond, the plain
-// loop of one register a round is as fast as memory. n*4 bytes of it are compared with 15000.
+// Up to here a copy or a fill lives in the first cache level, and unrolling and alignment pay [elements]. Beyond, the
+// plain loop of one register a round is as fast as memory. n*4 bytes of it are compared with 15000.
 constexpr int64_t scopy_small = 15000 / 4;
 
 struct copy_single {

@@ -60,8 +60,8 @@ template <int columns> [[gnu::always_inline]] inline void add_to_y(__m512 dots, 
 // How brief columns lie: filling their lanes, one behind the other; or not; or not and worth asking for ahead.
 enum class brief_layout { dense, apart, apart_and_many };
 
-// Columns of at most 4 or at most 8 rows, each in a quarter or in a half of a register. The chains are those of long ones:
-// one in each lane from row 1 on, the product of row 0 before that of row 1.
+// Columns of at most 4 or at most 8 rows, each in a quarter or in a half of a register. The chains are those of long
+// ones: one in each lane from row 1 on, the product of row 0 before that of row 1.
 template <int per_register> struct brief_columns {
     static constexpr unsigned lowest = per_register == 4 ? 0x1111u : 0x0101u; // the first lane of each column
     column_pointers<per_register> column;                                     // of those in the next register
@@ -106,7 +106,8 @@ template <int per_register> struct brief_columns {
         const __m512 start = _mm512_maskz_permute_ps(row_1, _mm512_maskz_mul_ps(row_0, a, x), 0x00);
         return masked_avx512::mul_add(a, x, start, behind_row_0);
     }
-    // The dots of the next columns, as many as four registers hold. ahead: columns are asked for so far ahead [elements].
+    // The dots of the next columns, as many as four registers hold. ahead:
+    // columns are asked for so far ahead [elements].
     template <brief_layout layout> [[gnu::always_inline]] inline __m512 next_dots(int64_t ahead)
     {
         const __m512i in_order = per_register == 4

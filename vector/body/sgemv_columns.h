@@ -9,9 +9,9 @@
 // lines that it holds, one for each that is read, which takes a third of its bandwidth or half of it. It loses track of
 // so many (256 x 256: 2.0 cycles a line in loops of 16 loads, 1.35 in one of 256 and in a plain walk).
 //
-// Each element of y takes one fused multiply-add a column, in the order of the columns: its bits depend on nothing else.
-// Where v::chains allows it, a short y of few registers has more chains of them, which are added at the end and hide the
-// latency; then the order depends on m alone.
+// Each element of y takes one fused multiply-add a column, in the order of the columns: its bits depend on nothing
+// else. Where v::chains allows it, a short y of few registers has more chains of them, which are added at the end and
+// hide the latency; then the order depends on m alone.
 #pragma once
 #include "vector/body/element.h"
 
@@ -27,9 +27,9 @@ inline bool reads_second_cache(int64_t m, int64_t n)
     return m * n > first_cache && m * n <= second_cache;
 }
 
-// Over the third-level cache a pass over four columns asks for rows a kilobyte ahead: further down the columns, and from
-// their ends at the heads of the next ones, where the processor's own prefetching begins anew and late. Long columns go
-// faster eight at a time and do without.
+// Over the third-level cache a pass over four columns asks for rows a kilobyte ahead: further down the columns, and
+// from their ends at the heads of the next ones, where the processor's own prefetching begins anew and late. Long
+// columns go faster eight at a time and do without.
 inline bool asks_ahead(int64_t m, int64_t n)
 {
     constexpr int64_t longest = 2048; // [elements]
@@ -42,8 +42,8 @@ struct rows_ahead {
     inline rows_ahead(int64_t m, int64_t lda) : near(min_of(256, m)), late(columns_asked_for * lda + near - m) {}
 };
 
-// Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are asked
-// for 128 columns ahead, about the latency of memory, where there are so many.
+// Masked loads do not start the processor's own prefetching, and columns of few rows give it little to see: they are
+// asked for 128 columns ahead, about the latency of memory, where there are so many.
 inline int64_t prefetch_distance(int64_t n, int64_t lda)
 {
     constexpr int64_t columns = 128;
@@ -56,8 +56,8 @@ template <class v> inline bool is_level(int64_t lda)
     return lda % v::width == 0;
 }
 
-// Rows in front of the first register boundary of p. Few rows are not worth a masked piece of their own, and their chains
-// may not depend on it.
+// Rows in front of the first register boundary of p. Few rows are not worth a masked piece of their own, and their
+// chains may not depend on it.
 template <class v> inline int64_t rows_to_register_boundary(int64_t m, const float *p)
 {
     constexpr int64_t fewest = 6 * v::width + 1; // [elements]
@@ -306,8 +306,8 @@ template <class v, int columns, int registers>
         add_rest<v, columns, registers / 2>(block, count, y);
 }
 
-// head: rows of the first, masked piece, below a register's width, and at most m. registers: of y, in a round. asks: for
-// rows ahead; a round is a cache line then.
+// head: rows of the first, masked piece, below a register's width, and at most m. registers: of y, in a round. asks:
+// for rows ahead; a round is a cache line then.
 template <class v, int columns, int registers, bool asks = false>
 inline void add_columns(int64_t m, int64_t head, const float *a, int64_t lda, const float *t, float *y)
 {

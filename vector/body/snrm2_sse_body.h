@@ -2,7 +2,8 @@
 // sqrt(sum x(i)^2) with 2-lane double registers, product and sum rounded apart (the product is exact).
 //
 // Element i is always added to chain i mod 16 of sixteen, in order, whatever the address of x: the peel to a 16-byte
-// boundary turns the lanes against the chains, and the last step turns them back. So the bits do not depend on alignment.
+// boundary turns the lanes against the chains, and the last step turns them back.
+// So the bits do not depend on alignment.
 #pragma once
 #include "vector/body/element.h"
 #include "vector/body/square_root.h"

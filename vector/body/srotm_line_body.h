@@ -81,8 +81,8 @@ template <rotation form>
     strided_by_bits<16>(rotate_single<form>{h[0], h[1], h[2], h[3]}, n, x, incx, y, incy);
 }
 
-// Out of line, as three copies in one function would share its registers and its frame. The entries are read one by one:
-// the caller has often just stored them one by one.
+// Out of line, as three copies in one function would share its registers and its frame. The entries are read one by
+// one: the caller has often just stored them one by one.
 template <class v, rotation form>
 [[gnu::noinline]] void rotate_line(int64_t n, float *x, int64_t incx, float *y, int64_t incy, const float *h)
 {

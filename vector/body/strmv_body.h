@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// x := op(A)*x for a triangular A, in diagonal blocks of 32. A block takes two steps: its rectangle, by the path's xsgemv,
-// and its triangle, by strmv_in. The blocks and the steps follow each other so that no element of x is read after it was
-// finished: the shapes that read higher elements (upper, and lower transposed) go up, the others down. What n is more
-// than a multiple of 32 is in the block reached last.
+// x := op(A)*x for a triangular A, in diagonal blocks of 32. A block takes two steps: its rectangle, by the path's
+// xsgemv, and its triangle, by strmv_in. The blocks and the steps follow each other so that no element of x is read
+// after it was finished: the shapes that read higher elements (upper, and lower transposed) go up, the others down.
+// What n is more than a multiple of 32 is in the block reached last.
 //
 //   shape               blocks  step 1                                step 2
 //   upper               up      x(above) += A(above, b)*x(b)          triangle
@@ -26,7 +26,8 @@ inline void strmv_body(const char *uplo, const char *trans, const char *diag, co
     const bool transposed = *trans != 'N' && *trans != 'n', upper = *uplo == 'U' || *uplo == 'u';
     const float one = 1.0f;
     float *const first = x + first_index(order, inc);
-    // Elements from .. from+count-1 as a vector of their own: with a negative increment it is named by its last element.
+    // Elements from .. from+count-1 as a vector of their own: with a negative increment it is named by its last
+    // element.
     const auto part = [=](int64_t from, int64_t count) { return first + (inc < 0 ? from + count - 1 : from) * inc; };
     const auto do_block = [&](int64_t from, int64_t count) {
         const int64_t rest_from = upper ? 0 : from + count, rest = upper ? from : order - rest_from;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// x := op(A)*x in place for one triangular block, in the element order of the textbook loops: column by column, a column
-// reading x before it is finished. Without blocking. A unit diagonal is not read.
+// x := op(A)*x in place for one triangular block, in the element order of the textbook loops: column by column, a
+// column reading x before it is finished. Without blocking. A unit diagonal is not read.
 //
 // ops moves along one column: add does x += t * column, dot returns column * x, both over count contiguous elements of
 // the column and elements of x that are ops.inc apart.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// SGEMV on the mc3 path: y := alpha*op(A)*x + beta*y, rows peeled to 16-byte boundaries; with a reproducibility branch in
-// force, the form whose bits are the same at every alignment.
+// SGEMV on the mc3 path: y := alpha*op(A)*x + beta*y, rows peeled to 16-byte boundaries; with a reproducibility branch
+// in force, the form whose bits are the same at every alignment.
 #include "frame/path/path_util.h"
 #include "frame/path/vec_mc3.h"
 #include "frame/tesh_serv.h"

@@ -5,8 +5,8 @@
 
 namespace
 {
-// Covers latency times width of the pipes where product and sum are instructions of their own, and leaves two operands in
-// 16 registers.
+// Covers latency times width of the pipes where product and sum are instructions of their own, and leaves two operands
+// in 16 registers.
 constexpr int peak_accumulators = 14;
 
 // rounds steps of peak_accumulators products and sums; answers a value that depends on all. A product of the sum itself

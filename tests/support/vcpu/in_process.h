@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// For programs that link the archive: this process asks the profile instead of the processor, from the next question on.
-// Works everywhere, under sanitizers too; detection must not have run yet. Fork before it where the next case needs an
-// untouched library.
+// For programs that link the archive: this process asks the profile instead of the processor, from the next question
+// on. Works everywhere, under sanitizers too; detection must not have run yet. Fork before it where the next case needs
+// an untouched library.
 #pragma once
 #include <functional>
 #include <map>

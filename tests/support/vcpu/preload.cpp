@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A preload library that makes a program see the processor in TESH_VCPU_PROFILE (profile.h has the form). Nothing of the
-// program is built otherwise.
-//   CPUID        faults, where the processor and the system can make it so (arch_prctl ARCH_CPUID_SET); otherwise the program
-//                runs in single steps, and each CPUID is answered instead of executed
+// A preload library that makes a program see the processor in TESH_VCPU_PROFILE (profile.h has the form). Nothing of
+// the program is built otherwise.
+//   CPUID        faults, where the processor and the system can make it so (arch_prctl ARCH_CPUID_SET); otherwise the
+//                program runs in single steps, and each CPUID is answered instead of executed
 //   XGETBV       never faults: answered in single steps, in the first mode for a while after each CPUID of leaf 1
 //   arch_prctl   the permission calls trap by a system-call filter
 //   FMA4, AMX    emulated where the profile has it and the processor has not
-// TESH_VCPU_MODE=steps takes the second mode where the first would do; a program can ask which mode it got by the symbol
-// tesh_vcpu_mode (1 faults, 2 steps). A step takes some microseconds, so a program can do without them where nothing is
-// asked: with TESH_VCPU_START=call they begin at its call of tesh_vcpu_start, and end at tesh_vcpu_stop.
+// TESH_VCPU_MODE=steps takes the second mode where the first would do; a program can ask which mode it got by the
+// symbol tesh_vcpu_mode (1 faults, 2 steps). A step takes some microseconds, so a program can do without them where
+// nothing is asked: with TESH_VCPU_START=call they begin at its call of tesh_vcpu_start, and end at tesh_vcpu_stop.
 //
 // In the second mode the program's signal mask is kept clear of the signals that the emulation lives on. In the first a
 // program that blocks SIGSEGV and then executes CPUID ends. Handlers of these signals must not be replaced in either.

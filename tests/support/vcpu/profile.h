@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A processor that need not be there: what CPUID, XGETBV and the permission calls answer. A profile is plain data, so that
-// a signal handler can read it, and has a text form, so that it can be handed to a child process (TESH_VCPU_PROFILE).
+// A processor that need not be there: what CPUID, XGETBV and the permission calls answer. A profile is plain data, so
+// that a signal handler can read it, and has a text form, so that it can be handed to a child process
+// (TESH_VCPU_PROFILE).
 //
 // The text form is a list of items with blanks or line ends between them; numbers in hexadecimal:
 //   LEAF[.SUBLEAF]=EAX:EBX:ECX:EDX   a CPUID answer; leaves that are not listed answer zeros
