@@ -67,14 +67,15 @@ TESH_API void tesh_blas__saxpby(const int64_t *n, const float *alpha, const floa
                                 const float *beta, float *y, const int64_t *incy);
 
 /*
- * SGEMM with arguments by value, codes of tesh_cblas_layout and tesh_cblas_transpose. Row-major calls run as the
- * transposed column-major product. Errors by number, tested in this order: 2 transa, 3 transb, 4 m, 5 n, 6 k, 1 layout,
- * 9 lda, 11 ldb, 14 ldc.
+ * SGEMM with arguments by value, codes of tesh_cblas_layout and tesh_cblas_transpose. A leading dimension is at least 1
+ * and the length of a stored column, or of a stored row in row-major layout. Row-major calls run as the transposed
+ * column-major product. Errors by number, tested in this order: 2 transa, 3 transb, 4 m, 5 n, 6 k, 1 layout, 9 lda, 11
+ * ldb, 14 ldc. Published in the C interface of the BLAS Technical Forum standard (Blackford et al., 2002).
  */
 TESH_API void cblas_sgemm(int32_t layout, int32_t transa, int32_t transb, int64_t m, int64_t n, int64_t k, float alpha,
                           const float *a, int64_t lda, const float *b, int64_t ldb, float beta, float *c, int64_t ldc);
 
-/* SAXPBY with arguments by value. */
+/* SAXPBY with arguments by value. Published as the last. */
 TESH_API void cblas_saxpby(int64_t n, float alpha, const float *x, int64_t incx, float beta, float *y, int64_t incy);
 
 /*
@@ -92,8 +93,7 @@ TESH_API void cdecl_xerbla(const char *name, const int64_t *code, int32_t name_l
 TESH_API void cblas_xerbla(const char *name, int64_t parameter);
 TESH_API void cblas_xerbla_malloc_error(const char *name);
 
-/* The number of threads that the library may use: 1, for it runs on the caller's thread. All names are one entry point.
- */
+/* The number of threads that the library may use: 1, for it runs on the caller's thread. All names are one entry. */
 TESH_API int32_t TESH_GET_MAX_THREADS(void);
 TESH_API int32_t TESH_Get_Max_Threads(void);
 TESH_API int32_t tesh_get_max_threads(void);

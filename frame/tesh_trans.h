@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /*
- * Scaled transposition and copy of single-precision matrices, out of place and in place.
+ * Scaled transposition and copy of single-precision matrices, out of place and in place. An extension: no standard
+ * publishes these names.
  *
  * ordering: 'C', 'c' column-major, 'R', 'r' row-major; trans: 'N', 'n', 'R', 'r' keep the layout, 'T', 't', 'C', 'c'
  * transpose (the matrix is real, conjugation has no effect). rows and cols describe the source; lda is the leading

@@ -81,7 +81,7 @@ int tesh_test::asked(std::uint32_t leaf, std::uint32_t subleaf)
 
 tesh_test::child_result tesh_test::on_processor(const vcpu_profile &profile,
                                                 const std::map<std::string, std::string> &environment,
-                                                const std::function<void()> &body)
+                                                const std::function<void()> &body, int exit_code)
 {
     constexpr int expectation_failed = 99;
     const child_result result = run_forked(
@@ -91,15 +91,15 @@ tesh_test::child_result tesh_test::on_processor(const vcpu_profile &profile,
             return testing::Test::HasFailure() ? expectation_failed : 0;
         },
         environment);
-    EXPECT_NE(result.exit_code, expectation_failed) << result.out;
+    EXPECT_EQ(result.exit_code, exit_code) << result.out;
     EXPECT_EQ(result.signal, 0) << result.out << result.err;
     return result;
 }
 
 tesh_test::child_result tesh_test::on_processor(const std::string &profile_name,
                                                 const std::map<std::string, std::string> &environment,
-                                                const std::function<void()> &body)
+                                                const std::function<void()> &body, int exit_code)
 {
     SCOPED_TRACE(profile_name);
-    return on_processor(profile_named(profile_name), environment, body);
+    return on_processor(profile_named(profile_name), environment, body, exit_code);
 }
