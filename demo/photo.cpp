@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// PNG files by libpng, grey, and back.
 #include "demo/photo.h"
 
 #include <png.h>

@@ -177,8 +177,8 @@ TESH_API extern uint64_t __orvan_tesh_feature_indicator_x[2];
 TESH_API extern uint64_t __orvan_tesh_feature_indicator[2];
 TESH_API void __orvan_tesh_features_init_x(void); /* census for any vendor */
 TESH_API void __orvan_tesh_features_init(void);   /* stops at the baseline bit on another vendor's processor */
-/* By row of the feature table: its name, null for no row; its bit; whether the mask has it; sets it in the mask. Below 0:
- * no row, or one without a bit. */
+/* By row of the feature table: its name, null for no row; its bit; whether the mask has it; sets it in the mask. Below
+ * 0: no row, or one without a bit. */
 TESH_API const char *__libtesh_get_feature_name(int32_t row);
 TESH_API int32_t __libtesh_get_feature_bitpos(int32_t row);
 TESH_API int32_t __libtesh_get_cpu_feature(const uint64_t mask[2], int32_t row);

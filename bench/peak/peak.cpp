@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The machine itself: the best of some tries of each loop, kept for the process.
 #include "bench/peak/peak.h"
 
 #include "bench/peak/peak_loops.h"

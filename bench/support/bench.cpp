@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Command line, pinning, the peers' instruction set, clock, CSV, and contestants in turn.
 #include "bench/support/bench.h"
 
 #include <sched.h>

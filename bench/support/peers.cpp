@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Peers: loaded at run time, their routines found by name and suffix.
 #include "bench/support/peers.h"
 
 #include <dlfcn.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The walk over the caches, apart from the processor that answers.
 #pragma once
 #include <stdint.h>
 

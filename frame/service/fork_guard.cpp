@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The handlers of fork, and the list of the locks that they free.
 #include "frame/service/fork_guard.h"
 
 #include <pthread.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// What the load-time constructors do: keep the directory that the program was started in.
 #include "frame/service/loader.h"
 
 #include <dlfcn.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Keys of the thread library: made once each, deleted by the cleanup of the library.
 #include "frame/service/thread_key.h"
 
 bool thread_key_create(thread_key *record)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The processor text of the version, apart from the processor that it names.
 #pragma once
 #include <stdint.h>
 

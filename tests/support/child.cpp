@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Children by fork and by exec, their two streams read through pipes as they write.
 #include "tests/support/child.h"
 
 #include <fcntl.h>

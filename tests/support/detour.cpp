@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The jump that is written over a function, on pages that are writable for so long.
 #include "tests/support/detour.h"
 
 #include <sys/mman.h>

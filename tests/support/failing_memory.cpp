@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The allocator that refuses: malloc of the C library behind a count.
 #include "tests/support/failing_memory.h"
 
 #include <atomic>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Arrays between pages without access.
 #include "tests/support/guard_pages.h"
 
 #include <sys/mman.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The generator and the seed of the run.
 #include "tests/support/random.h"
 
 #include <cstdio>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// What the machine has, and what the environment asks for.
 #include "tests/support/test_paths.h"
 
 #include <cpuid.h>

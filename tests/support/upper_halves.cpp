@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Which register state is in use, by XGETBV.
 #include "tests/support/upper_halves.h"
 
 #include <cpuid.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The loops that measure the machine, with registers of 8 floats.
 #include "bench/peak/body/peak_body.h"
 #include "bench/peak/peak_loops.h"
 #include "frame/path/vec_avx2.h"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// Matrix tiles in plain code, on a copy of the tile registers.
 #include "tests/support/vcpu/amx.h"
 
 #include <signal.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// FMA4 in plain code, on the registers of a signal's context.
 #include "tests/support/vcpu/fma4.h"
 
 #include <signal.h>

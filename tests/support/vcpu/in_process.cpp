@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The library's questions to the processor, answered by a profile.
 #include "tests/support/vcpu/in_process.h"
 
 #include <gtest/gtest.h>

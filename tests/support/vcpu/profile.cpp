@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// A profile: its text form, its answers.
 #include "tests/support/vcpu/profile.h"
 
 #include <cerrno>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The processors, each built on one below it.
 #include "tests/support/vcpu/profiles.h"
 
 #include <cstdio>
