@@ -225,16 +225,19 @@ void expect_set_answers(const profile_row &profile, int limit)
     constexpr int strict = 0x10000;
     const int fine = profile.fine[limit];
     const int best = !profile.maker || fine < 0 ? 0 : fines.at(fine).best_branch;
-    const auto child = tesh_test::on_processor(profile.name, {{"TESH_ENABLE_INSTRUCTIONS", limits[limit]}}, [&] {
-        for (int branch = 0; branch <= 16; ++branch) {
-            const int answer = branch == 16 ? -2 : set_answer(best, branch);
-            EXPECT_EQ(tesh_serv_cbwr_set(branch), answer) << branch;
-            EXPECT_EQ(tesh_serv_cbwr_set(strict | branch), branch < 2 ? -2 : answer) << branch;
-        }
-        EXPECT_EQ(tesh_serv_get_cpu_type(0), -1) << "the answers settle nothing";
-    });
-    if (profile.maker && fine < 0) { // the first branch that has to be held against the processor
-        EXPECT_EQ(child.exit_code, 1);
+    const bool below = profile.maker && fine < 0; // the first branch that has to be held against the processor is fatal
+    const auto child = tesh_test::on_processor(
+        profile.name, {{"TESH_ENABLE_INSTRUCTIONS", limits[limit]}},
+        [&] {
+            for (int branch = 0; branch <= 16; ++branch) {
+                const int answer = branch == 16 ? -2 : set_answer(best, branch);
+                EXPECT_EQ(tesh_serv_cbwr_set(branch), answer) << branch;
+                EXPECT_EQ(tesh_serv_cbwr_set(strict | branch), branch < 2 ? -2 : answer) << branch;
+            }
+            EXPECT_EQ(tesh_serv_get_cpu_type(0), -1) << "the answers settle nothing";
+        },
+        below);
+    if (below) {
         EXPECT_EQ(child.out, below_minimum);
         return;
     }
@@ -243,7 +246,6 @@ void expect_set_answers(const profile_row &profile, int limit)
         warnings += std::string(warning) + warning;
     EXPECT_EQ(child.err, warnings);
     EXPECT_EQ(child.out, "");
-    EXPECT_EQ(child.exit_code, 0);
 }
 
 class dispatch_profiles : public testing::TestWithParam<int>

@@ -63,3 +63,25 @@ TEST_F(installed_tree, has_the_public_headers_and_no_others)
     EXPECT_EQ(found, (std::set<std::string>{"tesh.h", "tesh_blas.h", "tesh_lapack.h", "tesh_serv.h", "tesh_trans.h",
                                             "tesh_types.h"}));
 }
+
+TEST_F(installed_tree, serves_a_c_program_in_both_forms_without_a_cxx_runtime)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the library needs the sanitizer's runtime";
+#endif
+    const std::string libdir = variable("libdir"), program = prefix_ + "/first_call";
+    const std::string forms[] = {"-L'" + libdir + "' -ltesh -Wl,-rpath,'" + libdir + "'",
+                                 "'" + libdir + "/libtesh.a' -lm"};
+    for (const std::string &form : forms) {
+        const auto built = run_program({"/bin/sh", "-c",
+                                        "cc -std=c99 -o '" + program + "' " TESH_SOURCE_DIR "/demo/first_call.c -I'" +
+                                            variable("includedir").string() + "' " + form});
+        ASSERT_EQ(built.exit_code, 0) << built.err;
+        const auto run = run_program({program});
+        EXPECT_EQ(run.exit_code, 0) << form;
+        EXPECT_NE(run.out.find("19 22; 43 50"), std::string::npos) << run.out;
+        const auto needed = run_program({"/bin/sh", "-c", "ldd '" + program + "'"});
+        EXPECT_EQ(needed.exit_code, 0);
+        EXPECT_EQ(needed.out.find("libstdc++"), std::string::npos) << needed.out;
+    }
+}
