@@ -34,8 +34,8 @@ constexpr int32_t trusted_vendors_bytes = 4096; // room for the longest value th
 
 // ---- detect.cpp ----
 extern int32_t detect_vendor_answer; // the vendor test's, -1 until asked
-// TESH_Orvan_CPU_True_Internal and TESH_Orvan_CPU_Internal, for calls: those names are bound by dynamic symbol, since their
-// addresses are handed out.
+// TESH_Orvan_CPU_True_Internal and TESH_Orvan_CPU_Internal, for calls: those names are bound by dynamic symbol, since
+// their addresses are handed out.
 int32_t detect_is_maker(void);
 int32_t detect_is_maker_by_branch(void);
 int32_t __detect_real_cpu(int32_t *status);

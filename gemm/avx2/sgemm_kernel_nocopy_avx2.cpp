@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
 // registers  full tile 16 x 6: 12 accumulators + 2 of A + 1 broadcast of B, 15 of 16
-// layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step, full tiles
-//            while the first six columns are multiplied (sgemm_nocopy_transpose_avx2.h)
-// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps apart
+// layout     A, B, C column-major, any alignment; A transposed goes through a panel of 16 floats a depth step, full
+//            tiles while the first six columns are multiplied (sgemm_nocopy_transpose_avx2.h)
+// loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps
+//            apart
 // prefetch   the next tile's columns of B, every line once, and the next 16 rows of A, also where they go through the
 //            panel; small blocks nothing
 // edges      rest rows by 8, then 4, 2, 1, each with registers of its width, TN with several steps in a full register

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Rows of op(A) that are runs of depth, into a panel of 16 floats a depth step: by themselves, or while the first tile of
-// columns is multiplied.
+// Rows of op(A) that are runs of depth, into a panel of 16 floats a depth step: by themselves, or while the first tile
+// of columns is multiplied.
 #pragma once
 #include "frame/path/vec_avx2.h"
 #include "gemm/avx2/sgemm_nocopy_narrow_avx2.h"
@@ -22,8 +22,8 @@ template <class load> [[gnu::always_inline]] inline void transpose_steps(load fo
     vec_avx2::store(panel + 32, _mm256_shuffle_ps(t1, t3, 0x44));
     vec_avx2::store(panel + 48, _mm256_shuffle_ps(t1, t3, 0xee));
 }
-// Steps beyond k come out as zeros: the panel has room for them. While it goes, a line of each of the rows that lie ahead
-// can be fetched in sixteen steps.
+// Steps beyond k come out as zeros: the panel has room for them. While it goes, a line of each of the rows that lie
+// ahead can be fetched in sixteen steps.
 template <bool whole, bool fetches>
 inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda, float *panel, int64_t ahead)
 {
@@ -44,8 +44,8 @@ inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda
     }
 }
 
-// Eight depth steps of 16 rows, lda apart, into the panel, while twelve registers hold sums: the four that are left do for
-// four rows at a time, half of which are loaded twice. Half a register is stored at a time.
+// Eight depth steps of 16 rows, lda apart, into the panel, while twelve registers hold sums: the four that are left do
+// for four rows at a time, half of which are loaded twice. Half a register is stored at a time.
 [[gnu::always_inline]] inline void transpose_beside_sums(const float *rows, int64_t lda, int64_t three, float *panel)
 {
     const auto put = [&](__m256 x, int step) __attribute__((always_inline))
@@ -70,8 +70,8 @@ inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda
     __asm__ volatile("" : : : "memory");
 }
 
-// Fetches lines of 16 rows that are runs of depth, one of each at a time: those of a row tile from some step on, then the
-// rows behind it.
+// Fetches lines of 16 rows that are runs of depth, one of each at a time: those of a row tile from some step on, then
+// the rows behind it.
 struct rows_fetch {
     const float *now, *behind;
     int64_t left; // steps of the tile itself that remain to be fetched
@@ -151,7 +151,8 @@ template <bool b_transposed, beta_form form, class fetcher>
 
 constexpr int64_t copying_depth = 32; // from which on it pays: the first and the last steps are copied by themselves
 
-// Lines come this many steps before their use; where op(A) is too large for the second-level cache, a whole tile before.
+// Lines come this many steps before their use; where op(A) is too large for the second-level cache,
+// a whole tile before.
 constexpr int64_t fetched_steps = 128, far_elements = 131072;
 
 // 16 rows from i on against n columns, six at least.

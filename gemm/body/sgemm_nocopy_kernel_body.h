@@ -110,9 +110,9 @@ template <int tile_n> struct b_fetch<tile_n, true> {
     inline void group() {}
 };
 
-// Fetches the rows behind a row tile that stands in the panel, where they lie in the matrix as runs of depth: one line of
-// each in sixteen steps, half of the rows in each group of eight. So they come while the tile is multiplied, and not all
-// at once when they are transposed.
+// Fetches the rows behind a row tile that stands in the panel, where they lie in the matrix as runs of depth: one line
+// of each in sixteen steps, half of the rows in each group of eight. So they come while the tile is multiplied, and not
+// all at once when they are transposed.
 template <int count> struct row_fetch {
     const float *now, *next;
     int64_t ld, back;
@@ -186,8 +186,8 @@ template <beta_form form, class rows, int cols>
                                                float *c, int64_t ldc)
 {
     constexpr int vecs = rows::vecs;
-    // C is read before any of it is written: in memory a store under a mask has its full width, and would make the load of
-    // the next column wait for it. A product with 1 changes nothing and takes the multipliers' time.
+    // C is read before any of it is written: in memory a store under a mask has its full width, and would make the load
+    // of the next column wait for it. A product with 1 changes nothing and takes the multipliers' time.
     if (form != beta_form::zero || alpha != 1.0f)
 #pragma GCC unroll 16
         for (int j = 0; j < cols; ++j)
@@ -283,8 +283,8 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
 
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
 
-// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump. It begins
-// with a line of code: where it did not, 8 x 8 x 8 took a tenth longer.
+// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump. It
+// begins with a line of code: where it did not, 8 x 8 x 8 took a tenth longer.
 template <class rows, int cols, bool b_transposed, beta_form form>
 [[gnu::noinline, gnu::aligned(64)]] void single_tile(int64_t m, int64_t, int64_t k, const float *alpha, const float *a,
                                                      int64_t a_depth, const float *b, int64_t ldb, const float *beta,
@@ -348,8 +348,8 @@ template <class rows, bool b_transposed, beta_form form>
                                                                                            b, ldb, beta, c, ldc);
 }
 
-// A full row tile in the panel against all columns, a tile of them at least. The first tile fetches the rows behind: they
-// lie lda apart, the first at next.
+// A full row tile in the panel against all columns, a tile of them at least. The first tile fetches the rows behind:
+// they lie lda apart, the first at next.
 template <class rows, bool b_transposed, beta_form form>
 [[gnu::noinline]] void panel_columns(const float *next, int64_t lda, int64_t n, int64_t k, const float *alpha,
                                      const float *a, const float *b, int64_t ldb, const float *beta, float *c,

@@ -269,8 +269,8 @@ private:
 
     bool is_registered(const model_thread &self) const { return self.number != 0 && self.epoch == epoch_; }
 
-    // Registers the thread if need be; false without memory for the slots. Vector 0 has 1024 slots, the others as many as
-    // are before them.
+    // Registers the thread if need be; false without memory for the slots. Vector 0 has 1024 slots, the others as many
+    // as are before them.
     bool has_slot(model_thread &self)
     {
         if (!is_registered(self)) {

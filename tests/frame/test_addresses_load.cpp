@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A program that is not position-independent has addresses of its own for the library's functions, and keeps the library's
-// variables in its own image. What the library hands out and looks at must be the same.
+// A program that is not position-independent has addresses of its own for the library's functions, and keeps the
+// library's variables in its own image. What the library hands out and looks at must be the same.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The memory manager against a model of it. Random requests come from several threads in turn; the raw allocator keeps a
-// list of its calls and refuses some. After each request the answer, the list of calls in its order, the sums over all
-// threads and the peak must be those of the model.
+// The memory manager against a model of it. Random requests come from several threads in turn; the raw allocator keeps
+// a list of its calls and refuses some. After each request the answer, the list of calls in its order, the sums over
+// all threads and the peak must be those of the model.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -95,8 +95,8 @@ public:
         compare();
     }
 
-    // Gives everything back; then no raw block is out. The library's own end comes here, while the raw allocator still has its
-    // list.
+    // Gives everything back; then no raw block is out. The library's own end comes here, while the raw allocator still
+    // has its list.
     void finish()
     {
         players_.emplace_back(new player);

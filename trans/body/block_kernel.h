@@ -39,7 +39,8 @@ inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *
 }
 
 // Any number of lines: strips of columns, in each of them lines by 16, 8, 4 and singly. Where the runs of b begin in
-// the middle of a cache line, 8 lines go in front. ahead: the distance at which strips are fetched [columns], 0 for none.
+// the middle of a cache line, 8 lines go in front. ahead: the distance at which strips are fetched [columns],
+// 0 for none.
 template <class m, class whole, class part, uint64_t ahead>
 inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {

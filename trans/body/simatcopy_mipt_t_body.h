@@ -8,8 +8,8 @@
 //
 // On all positions but the last f(p) = p*M mod (L*M - 1), so that k steps at once are one product modulo L*M - 1, and
 // steps that follow each other need not wait for each other. A remainder below 2^32 is two products: the fraction of
-// p*w / n in 64 bits, times n (Lemire, Kaser, Kurz 2019, "Faster remainder by direct computation"). The walk ends as soon
-// as every element has been moved.
+// p*w / n in 64 bits, times n (Lemire, Kaser, Kurz 2019, "Faster remainder by direct computation"). The walk ends as
+// soon as every element has been moved.
 #pragma once
 #include <stdint.h>
 

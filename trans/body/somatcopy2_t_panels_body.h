@@ -148,8 +148,8 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
     }
 }
 
-// The lines of a panel that is narrower than what the kernel takes at once, 16 at a time: 4 columns in registers if there
-// are so many, the rest singly. Returns the lines that are done.
+// The lines of a panel that is narrower than what the kernel takes at once, 16 at a time: 4 columns in registers if
+// there are so many, the rest singly. Returns the lines that are done.
 template <int width>
 [[gnu::noinline]] uint64_t transpose_narrow(uint64_t n_outer, uint64_t cols, const float *a, uint64_t lda, float *b,
                                             uint64_t ldb)

@@ -109,7 +109,8 @@ struct moves_8 {
             a8 += 8;
             a12 += 8;
             b0 += step;
-            // With a wait in between, addresses that are known one after the other bring fewer lines into the set at once.
+            // With a wait in between, addresses that are known one after the other bring fewer lines into the set at
+            // once.
             b4 = how::wait == 1 ? b0 + 4 * ldb : b4 + step;
         }
     }
