@@ -51,10 +51,7 @@ int main(int argc, char **argv)
     app.add_option("--set", set, "square, padded, scaled, rectangle, copy or all");
     const tesh_bench::settings run = tesh_bench::start(app, argc, argv);
     const std::vector<tesh_bench::peer> peers = tesh_bench::load_peers(run);
-    tesh_bench::simatcopy_peer *openblas = nullptr;
-    for (const tesh_bench::peer &p : peers)
-        if (p.name == "openblas")
-            openblas = p.fortran<tesh_bench::simatcopy_peer>("simatcopy");
+    auto *const openblas = tesh_bench::openblas_routine<tesh_bench::simatcopy_peer>(peers, "simatcopy");
     tesh_trans_simatcopy_fn *const ours = run.isa == "def"    ? tesh_trans_def_tesh_simatcopy
                                           : run.isa == "mc3"  ? tesh_trans_mc3_tesh_simatcopy
                                           : run.isa == "avx2" ? tesh_trans_avx2_tesh_simatcopy
@@ -85,15 +82,7 @@ int main(int argc, char **argv)
         const double limit = tesh_bench::bandwidth(tesh_bench::traffic::scale, tesh_bench::lanes(run.isa),
                                                    static_cast<std::size_t>(c.moved() / 2));
         const double speed = c.moved() / times[0].median;
-        out.text(c.kind)
-            .text(run.isa)
-            .text(std::string(1, c.ordering))
-            .text(std::string(1, c.trans))
-            .count(c.rows)
-            .count(c.cols)
-            .number(static_cast<double>(c.alpha))
-            .count(lda)
-            .count(ldb)
+        tesh_bench::begin_line(out, c, run.isa)
             .count(0)
             .number(speed * 1e-9)
             .number(speed / limit)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What the two copy benchmarks share: the cases, the plain blocked loop, the routines of a path, the checked result.
+// What the two copy benchmarks share: the cases, the plain blocked loop, the peer, the checked result, the CSV line.
 #pragma once
 #include <sys/mman.h>
 
@@ -107,9 +107,32 @@ inline void expect_copied(const matcopy_case &c, const float *a, const float *b,
         }
 }
 
+// OpenBLAS's routine; null without it.
+template <class Routine> Routine *openblas_routine(const std::vector<peer> &peers, const char *name)
+{
+    for (const peer &p : peers)
+        if (p.name == "openblas")
+            return p.fortran<Routine>(name);
+    return nullptr;
+}
+
 inline const char *matcopy_header()
 {
     return "kind,path,ordering,trans,rows,cols,alpha,lda,ldb,offset,GB/s,share_of_limit,limit_GB/s,blocked_GB/s,"
            "openblas_GB/s,times_openblas";
+}
+
+// The columns of the header up to ldb.
+inline csv &begin_line(csv &out, const matcopy_case &c, const std::string &isa)
+{
+    return out.text(c.kind)
+        .text(isa)
+        .text(std::string(1, c.ordering))
+        .text(std::string(1, c.trans))
+        .count(c.rows)
+        .count(c.cols)
+        .number(static_cast<double>(c.alpha))
+        .count(c.lda())
+        .count(c.ldb());
 }
 } // namespace tesh_bench

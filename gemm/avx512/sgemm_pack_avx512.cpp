@@ -37,8 +37,8 @@ template <> struct transpose_block<16> {
 #pragma GCC unroll 16
         for (int c = 0; c < 16; ++c)
             x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
-            // y[4*g + q]: in quarter r, step 4*r + q of streams 4*g .. 4*g + 3.
 #pragma GCC unroll 4
+        // y[4*g + q]: in quarter r, step 4*r + q of streams 4*g .. 4*g + 3.
         for (int c = 0; c < 16; c += 4) {
             const __m512 t0 = unpack_low(x[c], x[c + 1]), t1 = unpack_high(x[c], x[c + 1]);
             const __m512 t2 = unpack_low(x[c + 2], x[c + 3]), t3 = unpack_high(x[c + 2], x[c + 3]);
@@ -77,8 +77,8 @@ template <> struct transposer<v, 8> {
 #pragma GCC unroll 8
         for (int c = 0; c < 8; ++c)
             x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
-            // y[q] holds in quarter r step 4*r + q of streams 0-3, y[q + 4] the same of streams 4-7.
 #pragma GCC unroll 2
+        // y[q] holds in quarter r step 4*r + q of streams 0-3, y[q + 4] the same of streams 4-7.
         for (int c = 0; c < 8; c += 4) {
             const __m512 t0 = unpack_low(x[c], x[c + 1]), t1 = unpack_high(x[c], x[c + 1]);
             const __m512 t2 = unpack_low(x[c + 2], x[c + 3]), t3 = unpack_high(x[c + 2], x[c + 3]);

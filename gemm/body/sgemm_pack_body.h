@@ -134,8 +134,8 @@ template <> struct transpose_block<8> {
 #pragma GCC unroll 8
         for (int c = 0; c < 8; ++c)
             x[c] = whole ? v::load(source + c * ld) : v::load(source + c * ld, valid);
-            // Pairs of streams, then fours: y[q] holds steps q and q + 4 of streams 0-3, y[q + 4] those of streams 4-7.
 #pragma GCC unroll 2
+        // Pairs of streams, then fours: y[q] holds steps q and q + 4 of streams 0-3, y[q + 4] those of streams 4-7.
         for (int c = 0; c < 8; c += 4) {
             const __m256 t0 = _mm256_unpacklo_ps(x[c], x[c + 1]), t1 = _mm256_unpackhi_ps(x[c], x[c + 1]);
             const __m256 t2 = _mm256_unpacklo_ps(x[c + 2], x[c + 3]), t3 = _mm256_unpackhi_ps(x[c + 2], x[c + 3]);
