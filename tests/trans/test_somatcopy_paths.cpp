@@ -50,6 +50,28 @@ protected:
         ASSERT_EQ(first_difference(a, source_.data(), source_.size()), source_.size()) << "A was written";
     }
 
+    // Strides within the lines of both arrays.
+    void check_strided(const members &m, bool transposes, uint64_t outer, uint64_t inner, uint64_t stridea,
+                       uint64_t strideb, float alpha)
+    {
+        const uint64_t lda = inner * stridea + 1, ldb = (transposes ? outer : inner) * strideb + 2;
+        const size_t size_a = (outer - 1) * lda + (inner - 1) * stridea + 1;
+        const size_t size_b =
+            transposes ? (inner - 1) * ldb + (outer - 1) * strideb + 1 : (outer - 1) * ldb + (inner - 1) * strideb + 1;
+        float *a = from_.cut(size_a, true), *b = to_.cut(size_b, true);
+        expected_.assign(b, b + size_b);
+        for (uint64_t i = 0; i < outer; ++i)
+            for (uint64_t j = 0; j < inner; ++j) {
+                const float value = static_cast<float>(1 + i * inner + j);
+                a[i * lda + j * stridea] = value;
+                expected_[transposes ? j * ldb + i * strideb : i * ldb + j * strideb] = alpha * value;
+            }
+        m.somatcopy2_seq('R', transposes ? 'T' : 'N', outer, inner, alpha, a, lda, stridea, b, ldb, strideb);
+        ASSERT_EQ(first_difference(b, expected_.data(), size_b), size_b)
+            << m.path << ' ' << outer << " x " << inner << " strides " << stridea << ' ' << strideb << " alpha "
+            << alpha << " transposes " << transposes;
+    }
+
     void check_shape(const members &m, uint64_t rows, uint64_t cols, uint64_t pad_a, uint64_t pad_b)
     {
         for (const char *form : {"CN", "CT", "RN", "RT"})
@@ -179,28 +201,10 @@ TEST_F(somatcopy, strides_within_lines)
             for (uint64_t inner : {1, 3, 4, 6, 7, 8, 15, 16, 17, 22, 23, 24, 40})
                 for (uint64_t stridea : {1, 2, 3})
                     for (uint64_t strideb : {1, 2, 5})
-                        for (float alpha : {1.0f, 2.0f})
-                            for (bool transposes : {false, true}) {
-                                const uint64_t lda = inner * stridea + 1;
-                                const uint64_t ldb = (transposes ? outer : inner) * strideb + 2;
-                                const size_t size_a = (outer - 1) * lda + (inner - 1) * stridea + 1;
-                                const size_t size_b = transposes ? (inner - 1) * ldb + (outer - 1) * strideb + 1
-                                                                 : (outer - 1) * ldb + (inner - 1) * strideb + 1;
-                                float *a = from_.cut(size_a, true), *b = to_.cut(size_b, true);
-                                expected_.assign(b, b + size_b);
-                                for (uint64_t i = 0; i < outer; ++i)
-                                    for (uint64_t j = 0; j < inner; ++j) {
-                                        const float value = static_cast<float>(1 + i * inner + j);
-                                        a[i * lda + j * stridea] = value;
-                                        expected_[transposes ? j * ldb + i * strideb : i * ldb + j * strideb] =
-                                            alpha * value;
-                                    }
-                                m->somatcopy2_seq('R', transposes ? 'T' : 'N', outer, inner, alpha, a, lda, stridea, b,
-                                                  ldb, strideb);
-                                ASSERT_EQ(first_difference(b, expected_.data(), size_b), size_b)
-                                    << m->path << ' ' << outer << " x " << inner << " strides " << stridea << ' '
-                                    << strideb << " alpha " << alpha << " transposes " << transposes;
-                            }
+                        for (float alpha : {1.0f, 2.0f}) {
+                            check_strided(*m, false, outer, inner, stridea, strideb, alpha);
+                            check_strided(*m, true, outer, inner, stridea, strideb, alpha);
+                        }
 }
 
 // A stride that 32-bit lane offsets do not reach: the pages between are never touched, and cost nothing.
