@@ -147,6 +147,43 @@ TEST_P(sgemm_kernel_nocopy, few_columns_of_deep_transposed_products)
                 return;
 }
 
+// C in every bit, where each element is one sum over the depth. alpha = 1 and a beta of 2 at most leave the sum and its
+// meeting with C as the only roundings.
+void expect_sums_in_order(const gemm_shape &s, int transposition, const tesh_test::gemm_operands &x)
+{
+    const std::int64_t a_row = transposition & 2 ? s.lda() : 1, a_step = transposition & 2 ? 1 : s.lda();
+    const std::int64_t b_column = transposition & 1 ? 1 : s.ldb(), b_step = transposition & 1 ? s.ldb() : 1;
+    for (std::int64_t j = 0; j < s.n; ++j)
+        for (std::int64_t i = 0; i < s.m; ++i) {
+            float sum = 0.0f;
+            for (std::int64_t l = 0; l < s.k; ++l)
+                sum = std::fmaf(x.a.data()[i * a_row + l * a_step], x.b.data()[j * b_column + l * b_step], sum);
+            const std::size_t at = static_cast<std::size_t>(i + j * s.ldc());
+            ASSERT_EQ(x.c[at], s.beta == 0.0f ? sum : s.beta * x.c0[at] + sum) << s.name() << " " << i << " " << j;
+        }
+}
+
+// Whichever body the lie of A asks for.
+TEST_P(sgemm_kernel_nocopy, full_tiles_add_the_depth_in_its_order)
+{
+    constexpr float betas[3] = {0.0f, 1.0f, 2.0f};
+    for (const std::int64_t tiles_n : {2, 5})
+        for (const std::int64_t k : {1, 8, 15, 16, 50, 105})
+            for (int turn = 0; turn < 24; ++turn) {
+                const int transposition = turn % 4, form = turn / 4 % 3;
+                gemm_shape s = shape(2 * p.tile_m, tiles_n * p.tile_n, k, turn / 12);
+                s.transa = tesh_test::nocopy_classes[transposition][0];
+                s.transb = tesh_test::nocopy_classes[transposition][1];
+                s.beta = betas[form];
+                const tesh_test::gemm_operands x(s);
+                p.kernels[transposition][form](s.m, s.n, s.k, &s.alpha, x.a.data(), s.lda(), x.b.data(), s.ldb(),
+                                               &s.beta, x.c.data(), s.ldc());
+                expect_sums_in_order(s, transposition, x);
+                if (HasFatalFailure())
+                    return;
+            }
+}
+
 // A at an odd float, or with an odd leading dimension, is copied where more columns than the limit use it.
 TEST_P(sgemm_kernel_nocopy, badly_lying_a_on_both_sides_of_the_column_limit)
 {
