@@ -94,6 +94,29 @@ TEST_F(sgemm_t_smalln, many_rows)
         }
 }
 
+// With B zero but for every sixteenth step, one lane of a register holds the whole sum: the others add zeros to it.
+TEST_F(sgemm_t_smalln, four_rows_keep_one_sum_a_lane)
+{
+    constexpr std::int64_t lanes = 16;
+    for (const std::int64_t k : {63, 64, 200, 331})
+        for (std::int64_t lane = 0; lane < lanes; lane += 5) {
+            const gemm_shape s = dots(8, 7, k, 0.0f);
+            const tesh_test::gemm_operands x(s);
+            for (std::size_t l = 0; l < x.b.size(); ++l)
+                if (static_cast<std::int64_t>(l) % k % lanes != lane)
+                    x.b[l] = 0.0f;
+            tesh_blas_avx512_sgemm_t_smalln("T", "N", &s.m, &s.n, &s.k, &s.alpha, x.a.data(), &k, x.b.data(), &k,
+                                            &s.beta, x.c.data(), &s.m);
+            for (std::int64_t j = 0; j < s.n; ++j)
+                for (std::int64_t i = 0; i < s.m; ++i) {
+                    float sum = 0.0f;
+                    for (std::int64_t l = lane; l < k; l += lanes)
+                        sum = std::fmaf(x.a.data()[l + i * k], x.b.data()[l + j * k], sum);
+                    ASSERT_EQ(x.c.data()[i + j * s.m], sum) << s.name() << " lane " << lane << " " << i << " " << j;
+                }
+        }
+}
+
 TEST_F(sgemm_t_smalln, no_depth_scales_c)
 {
     for (const float beta : {0.0f, 1.0f, 2.0f})
