@@ -53,19 +53,18 @@ template <class access_type> [[gnu::noinline]] void scale_elements(const sgemv_c
     int64_t i = 0;
     for (; i + 16 <= call.y_count; i += 16)
         scale(call.y + i * access.inc, 0xffff);
-    if (i == call.y_count)
+    const int64_t rest = call.y_count - i;
+    if (rest == 0)
         return;
-    if constexpr (access_type::dense) {
-        if (call.y_count - i == 8) { // without a mask, as the product loads these eight
-            float *const y = call.y + i;
-            __m256 scaled = _mm256_setzero_ps();
-            if (call.beta != 0.0f)
-                scaled = _mm256_mul_ps(_mm256_loadu_ps(y), _mm256_set1_ps(call.beta));
-            _mm256_storeu_ps(y, scaled);
-            return;
-        }
+    float *const y = call.y + i * access.inc;
+    if constexpr (access_type::dense) { // the product loads them again at once
+        const __m512 kept = vec_avx512::keep(beta, vec_avx512::first(rest));
+        const bool clear = call.beta == 0.0f;
+        masked_avx512::store_rows(
+            y, clear ? _mm512_setzero_ps() : _mm512_mul_ps(masked_avx512::load_rows(y, rest), kept), rest);
+    } else {
+        scale(y, vec_avx512::first(rest));
     }
-    scale(call.y + i * access.inc, vec_avx512::first(call.y_count - i));
 }
 
 // y := beta*y, for beta not 1. A lone element is stored as such: a load that follows a store under a mask waits for it.
@@ -391,7 +390,10 @@ inline void add_transposed(const sgemv_call &call)
 
 inline void add_plain(const sgemv_call &call)
 {
-    if (call.incy == 1)
+    if (call.incy == 1 && call.m <= 16)
+        add_product_of_one_register<masked_avx512>(call.m, call.n, call.alpha, call.a, call.lda, call.x, call.incx,
+                                                   call.y);
+    else if (call.incy == 1)
         add_product<masked_avx512>(call.m, call.n, call.alpha, call.a, call.lda, call.x, call.incx, call.y);
     else if (call.incy == 0)
         add_product_strided<one_element>(call);

@@ -179,6 +179,18 @@ template <class v, int pieces = most_pieces>
         add_panel<v, pieces - 1>(count, ends, panel);
 }
 
+// y += alpha * A * x for a y of one register, without the questions that longer ones raise.
+template <class v>
+inline void add_product_of_one_register(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,
+                                        int64_t incx, float *y)
+{
+    const row_panel panel = {n, alpha, a, lda, x, incx, y, 0, m};
+    if (m == v::width)
+        add_rows<v, 1, masked::none>(panel);
+    else
+        add_rows<v, 1, masked::last>(panel);
+}
+
 // y += alpha * A * x in as few panels as there can be, all about the same size.
 template <class v>
 inline void add_product_by_rows(int64_t m, int64_t n, float alpha, const float *a, int64_t lda, const float *x,

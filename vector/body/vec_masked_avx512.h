@@ -37,17 +37,29 @@ struct masked_avx512 : vec_avx512 {
     }
     template <int element> static inline reg one_of_four(reg x) { return _mm512_permute_ps(x, element * 0x55); }
     // The first elements of a vector that is loaded again soon after it was stored. A load that follows a store under a
-    // mask waits until the store is through.
+    // mask waits until the store is through: whole quarters go without.
     static inline reg load_rows(const float *p, int64_t count)
     {
-        return count == 8 ? load_half(p) : load(p, first(count));
+        if (count == 8)
+            return load_half(p);
+        if (count == 4)
+            return _mm512_zextps128_ps512(_mm_loadu_ps(p));
+        if (count == 12)
+            return _mm512_insertf32x4(load_half(p), _mm_loadu_ps(p + 8), 2);
+        return load(p, first(count));
     }
     static inline void store_rows(float *p, reg x, int64_t count)
     {
-        if (count == 8)
+        if (count == 8) {
             store_half(p, x);
-        else
+        } else if (count == 4) {
+            _mm_storeu_ps(p, _mm512_castps512_ps128(x));
+        } else if (count == 12) {
+            store_half(p, x);
+            _mm_storeu_ps(p + 8, _mm512_extractf32x4_ps(x, 2));
+        } else {
             store(p, x, first(count));
+        }
     }
     static inline float sum(reg x)
     {
