@@ -23,19 +23,26 @@ inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *
 }
 
 // The strip that begins with element from of a line of a and with line to of b, to the second cache: the first may have
-// fewer ways than the strip has lines. Of b the runs of 8 that share a cache line with the next block, front in front
-// and tail behind; it is they that wait, for page tables and memory. The rest of b bypasses the caches.
+// fewer ways than the strip has lines. streamed: of b only what shares a cache line with the blocks in front and behind;
+// the rest bypasses the caches.
+template <bool streamed>
 [[gnu::always_inline]] inline void fetch_strip(uint64_t rows, const float *from, uint64_t lda, const float *to,
                                                uint64_t ldb, uint64_t width)
 {
-    const uint64_t front = reinterpret_cast<uintptr_t>(to) % cache_line_bytes / sizeof *to;
-    const uint64_t tail = (rows + front) % kernel_strip;
+    constexpr uint64_t cache_line = cache_line_bytes / sizeof *to;
     for (uint64_t i = 0; i < rows; ++i)
         _mm_prefetch(reinterpret_cast<const char *>(from + i * lda), _MM_HINT_T1);
-    for (uint64_t k = 0; front > 0 && k < width; ++k)
-        _mm_prefetch(reinterpret_cast<const char *>(to + k * ldb), _MM_HINT_T1);
-    for (uint64_t k = 0; tail > 0 && k < width; ++k)
-        _mm_prefetch(reinterpret_cast<const char *>(to + k * ldb + rows - tail), _MM_HINT_T1);
+    const bool front = reinterpret_cast<uintptr_t>(to) % cache_line_bytes != 0;
+    const bool tail = reinterpret_cast<uintptr_t>(to + rows) % cache_line_bytes != 0;
+    for (uint64_t k = 0; k < width; ++k) {
+        const float *const run = to + k * ldb;
+        if (front || !streamed)
+            _mm_prefetch(reinterpret_cast<const char *>(run), _MM_HINT_T1);
+        for (uint64_t i = cache_line; i < rows && !streamed; i += cache_line)
+            _mm_prefetch(reinterpret_cast<const char *>(run + i), _MM_HINT_T1);
+        if (tail || !streamed)
+            _mm_prefetch(reinterpret_cast<const char *>(run + rows - 1), _MM_HINT_T1);
+    }
 }
 
 // Any number of lines: strips of columns, in each of them lines by 16, 8, 4 and singly. Where the runs of b begin in
@@ -50,23 +57,23 @@ inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64
         const float *from = a + j;
         float *to = b + j * ldb;
         if (ahead > 0 && j + ahead + width <= cols)
-            fetch_strip(rows, from + ahead, lda, to + ahead * ldb, ldb, width);
+            fetch_strip<whole::stream>(rows, from + ahead, lda, to + ahead * ldb, ldb, width);
         uint64_t left = rows;
         const auto pass = [&](uint64_t lines) {
             from += lines * lda;
             to += lines;
         };
         if (apart) {
-            transpose_fixed<m, part, 8, 0>(width, from, lda, to, ldb);
+            transpose_fixed<m, typename part::unfetched, 8, 0>(width, from, lda, to, ldb);
             pass(8);
             left -= 8;
         }
         for (; left >= 16; left -= 16) {
-            transpose_fixed<m, whole, 16, 0>(width, from, lda, to, ldb);
+            transpose_fixed<m, typename whole::unfetched, 16, 0>(width, from, lda, to, ldb);
             pass(16);
         }
         if (left >= 8) {
-            transpose_fixed<m, part, 8, 0>(width, from, lda, to, ldb);
+            transpose_fixed<m, typename part::unfetched, 8, 0>(width, from, lda, to, ldb);
             pass(8);
         }
         if (left % 8 >= 4) {
@@ -91,7 +98,7 @@ void transpose_grouped(uint64_t rows, uint64_t cols, const float *a, uint64_t ld
     for (uint64_t first = 0; first < cols; first += group) {
         const uint64_t width = cols - first < group ? cols - first : group;
         if (ahead > 0 && first + ahead + width <= cols)
-            fetch_strip(rows, a + first + ahead, lda, b + (first + ahead) * ldb, ldb, width);
+            fetch_strip<true>(rows, a + first + ahead, lda, b + (first + ahead) * ldb, ldb, width);
         transpose_lines<m, inside, inside, 0>(rows, width, a + first, lda, buffer, rows);
         copy_lines(width, rows, buffer, b + first * ldb, ldb);
     }

@@ -18,9 +18,14 @@ constexpr uint64_t direct_ahead = 32;                        // [elements] of pr
 // [bytes] of B from which whole cache lines of it bypass the caches: where the caches stop paying, later where lines
 // share sets.
 constexpr uint64_t stream_least = uint64_t(12) << 20, stream_least_aliased = uint64_t(20) << 20;
-constexpr uint64_t stream_ahead = 32;       // [elements] of prefetches of A beside streaming stores
-constexpr uint64_t stream_strip_ahead = 16; // [columns] of strips of a block that has no code of its own
-constexpr uint64_t stream_group_ahead = 32; // [columns] of groups
+
+// [bytes] of B from which what the third cache keeps of both arrays comes too late if it is not fetched ahead.
+constexpr uint64_t far_least = uint64_t(8) << 20;
+constexpr uint64_t far_ahead = 64;    // [elements] of prefetches of A there
+constexpr uint64_t far_run_ahead = 8; // [steps] of prefetches of B
+
+constexpr uint64_t stream_ahead = 32; // [elements] of prefetches of A beside streaming stores
+constexpr uint64_t strip_ahead = 32;  // [columns] of strips and groups of a block that has no code of its own
 
 constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
 {
@@ -117,34 +122,42 @@ template <bool stream> inline void copy_runs(uint64_t lines, uint64_t length, co
     }
 }
 
-template <int width, bool stream, int wait, int part_wait = wait>
+// Where the cache lines of B are when they are written: in the caches, behind most of them, or past all of them.
+enum class target { near, far, streamed };
+
+template <int width, target where, int wait, int part_wait = wait>
 inline void transpose_stored(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
-    transpose_ungrouped<moves_8, run_store<width, stream, wait>, run_store<width, false, part_wait>,
-                        (stream ? stream_ahead : 0), (stream ? stream_strip_ahead : 0)>(rows, cols, a, lda, b, ldb);
+    constexpr bool stream = where == target::streamed, far = where == target::far;
+    transpose_ungrouped<moves_8, run_store<width, stream, wait, (far ? far_run_ahead : 0)>,
+                        run_store<width, false, part_wait, (far ? far_run_ahead : 0)>,
+                        (stream ? stream_ahead
+                         : far  ? far_ahead
+                                : 0),
+                        (where == target::near ? 0 : strip_ahead)>(rows, cols, a, lda, b, ldb);
 }
 
-// lanes: 8 where B as a whole is aligned to the path's register. stream: whole cache lines of b bypass the caches.
-// later: lines of B begin in front of b.
-template <class path, bool stream, bool later>
+// lanes: 8 where B as a whole is aligned to the path's register. later: lines of B begin in front of b.
+template <class path, target where, bool later>
 void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t cols, const float *a, uint64_t lda,
                                                       float *b, uint64_t ldb, uint64_t group, uint64_t lanes)
 {
+    constexpr bool stream = where == target::streamed;
     const uint64_t line = ldb * sizeof *b;
     if (group != 1) {
-        transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? stream_group_ahead : 0), copy_runs<stream>>(
+        transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? strip_ahead : 0), copy_runs<stream>>(
             rows, cols, a, lda, b, ldb, group);
     } else if (path::store_width(b, ldb, lanes) == 4) {
         if (!stream && line % (2 * aliased_bytes) == 0) // four stores a cache line keep fewer lines in the queue
-            transpose_stored<4, false, 1>(rows, cols, a, lda, b, ldb);
+            transpose_stored<4, target::near, 1>(rows, cols, a, lda, b, ldb);
         else
-            transpose_stored<4, stream, 0>(rows, cols, a, lda, b, ldb);
+            transpose_stored<4, where, 0>(rows, cols, a, lda, b, ldb);
     } else if (!stream && line % (2 * aliased_bytes) == 0) {
-        transpose_stored<8, false, 1, later>(rows, cols, a, lda, b, ldb);
+        transpose_stored<8, target::near, 1, later>(rows, cols, a, lda, b, ldb);
     } else if (!stream && line % aliased_bytes == 0) { // twice the sets
-        transpose_stored<8, false, 2, later>(rows, cols, a, lda, b, ldb);
+        transpose_stored<8, target::near, 2, later>(rows, cols, a, lda, b, ldb);
     } else {
-        transpose_stored<8, stream, 0>(rows, cols, a, lda, b, ldb);
+        transpose_stored<8, where, 0>(rows, cols, a, lda, b, ldb);
     }
 }
 
@@ -165,7 +178,7 @@ template <int width>
     return i;
 }
 
-template <class path, bool stream>
+template <class path, target where>
 void transpose_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     const trans_blocking by = aligned_blocking(lda, ldb);
@@ -180,12 +193,12 @@ void transpose_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uint64
                      ? transpose_narrow<8>
                      : transpose_narrow<4>)(n_outer, cols, from, lda, to, ldb);
         for (; i < n_outer; i += by.block)
-            (i > 0 ? xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream, true>
-                   : xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, stream, false>)(smaller_of(n_outer - i,
-                                                                                                       by.block),
-                                                                                            cols, from + i * lda, lda,
-                                                                                            to + i, ldb, by.group,
-                                                                                            kernel_lanes);
+            (i > 0 ? xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, where, true>
+                   : xomatcopy_blk_t_one_transpose_kernel_by_src_rows<path, where, false>)(smaller_of(n_outer - i,
+                                                                                                      by.block),
+                                                                                           cols, from + i * lda, lda,
+                                                                                           to + i, ldb, by.group,
+                                                                                           kernel_lanes);
     }
 }
 
@@ -207,10 +220,12 @@ void somatcopy2_t_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uin
     if (reinterpret_cast<uintptr_t>(b) % path::aligned_bytes != 0 || n_outer < kernel_least_outer) {
         direct_loop(n_outer, n_inner, a, lda, b, ldb);
     } else if (bypasses_caches(n_outer, n_inner, b, ldb)) {
-        transpose_panels<path, true>(n_outer, n_inner, a, lda, b, ldb);
+        transpose_panels<path, target::streamed>(n_outer, n_inner, a, lda, b, ldb);
         _mm_sfence(); // before any store that follows
+    } else if (n_outer * n_inner * sizeof *b >= far_least) {
+        transpose_panels<path, target::far>(n_outer, n_inner, a, lda, b, ldb);
     } else {
-        transpose_panels<path, false>(n_outer, n_inner, a, lda, b, ldb);
+        transpose_panels<path, target::near>(n_outer, n_inner, a, lda, b, ldb);
     }
 }
 } // namespace

@@ -8,11 +8,14 @@ namespace
 {
 // How runs of b are stored. width [elements] of a store: 8 or 4. stream: past the caches; runs are whole cache lines.
 // wait: a step begins when the stores of the step that many before have reached the first cache
-// (trans/body/settled.h); 0: at once. Where a run is one store, b goes on in front of it.
-template <int store_width, bool past_caches, int steps_back> struct run_store {
+// (trans/body/settled.h); 0: at once. Where a run is one store, b goes on in front of it. ahead: the distance at which
+// runs are fetched [steps], 0 for none.
+template <int store_width, bool past_caches, int steps_back, uint64_t steps_ahead = 0> struct run_store {
     static constexpr int width = store_width;
     static constexpr bool stream = past_caches;
     static constexpr int wait = steps_back;
+    static constexpr uint64_t ahead = steps_ahead;
+    using unfetched = run_store<store_width, past_caches, steps_back>;
 };
 
 // Stores 8 lines of a column: 4 are a half of low, 4 the same half of high; upper says which half.
@@ -82,6 +85,14 @@ struct moves_8 {
 #pragma GCC unroll 8
                 for (uint64_t i = 0; i < 8; ++i)
                     _mm_prefetch(reinterpret_cast<const char *>(next + i * lda), _MM_HINT_T0);
+            }
+            if constexpr (how::ahead > 0) { // a run may lie in two cache lines
+#pragma GCC unroll 8
+                for (uint64_t c = 0; c < 8; ++c) {
+                    const float *const run = (c < 4 ? b0 : b4) + (c % 4 + 8 * how::ahead) * ldb;
+                    _mm_prefetch(reinterpret_cast<const char *>(run), _MM_HINT_T0);
+                    _mm_prefetch(reinterpret_cast<const char *>(run + lines - 1), _MM_HINT_T0);
+                }
             }
             turn_4x8(t, a0, lda);
             turn_4x8(t + 4, a4, lda);

@@ -23,6 +23,12 @@ struct somatcopy_mc3 {
     }
 };
 
+// Runs of b are stored as they come.
+struct run_store_mc3 {
+    static constexpr bool stream = false;
+    using unfetched = run_store_mc3;
+};
+
 // The moves of a block in 128-bit registers.
 struct moves_4 {
     template <class, int lines, uint64_t>
@@ -57,9 +63,9 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
                                                       float *b, uint64_t ldb, uint64_t group)
 {
     if (group != 1)
-        transpose_grouped<moves_4, void, 0, copy_runs>(rows, cols, a, lda, b, ldb, group);
+        transpose_grouped<moves_4, run_store_mc3, 0, copy_runs>(rows, cols, a, lda, b, ldb, group);
     else
-        transpose_ungrouped<moves_4, void, void, 0, 0>(rows, cols, a, lda, b, ldb);
+        transpose_ungrouped<moves_4, run_store_mc3, run_store_mc3, 0, 0>(rows, cols, a, lda, b, ldb);
 }
 
 // Blocks of lines with all their columns.
