@@ -187,6 +187,34 @@ template <int rows, int cols> struct paired_tile {
         // What comes behind would only take registers from the sums if it were begun here.
         __asm__ volatile("" ::: "memory");
     }
+    // All rows are kept, so that nothing is loaded twice.
+    template <class source, class load> [[gnu::always_inline]] inline void multiply_rows(const source &a, load steps)
+    {
+        __m256 x[pairs][2];
+#pragma GCC unroll 4
+        for (int p = 0; p < pairs; ++p)
+            a.both_halves(p, steps, x[p]);
+#pragma GCC unroll 6
+        for (int j = 0; j < cols; ++j) {
+            const __m256 y = steps(column(j));
+            const __m256 element[2] = {spread_steps<rows, 0>(y), spread_steps<rows, 1>(y)};
+#pragma GCC unroll 2
+            for (int q = 0; q < halves; ++q)
+#pragma GCC unroll 4
+                for (int p = 0; p < pairs; ++p)
+                    lanes<8>::accumulate(acc[q % sets][j][p], x[p][q], element[q]);
+        }
+    }
+    // Half q of one pair of rows.
+    template <int q, class source, class load>
+    [[gnu::always_inline]] inline void multiply_half(const source &a, int p, load steps, const __m256 (&element)[cols])
+    {
+        const __m256 x = a.template half<q>(p, steps);
+#pragma GCC unroll 3
+        for (int j = 0; j < cols; ++j)
+            lanes<8>::accumulate(acc[q % sets][j][p], x, element[j]);
+        __asm__ volatile("" ::: "memory"); // the rows are loaded again for the other half, not kept
+    }
     template <class source, class load> [[gnu::always_inline]] inline void multiply_all(const source &a, load steps)
     {
         if constexpr (rows == 8) {
@@ -207,28 +235,28 @@ template <int rows, int cols> struct paired_tile {
                     for (int j = 0; j < cols; ++j)
                         lanes<8>::accumulate(acc[q % sets][j][p], x[q], element[q][j]);
             }
+        } else if constexpr (rows == 6) {
+            // There are registers for both halves of the columns, which are loaded once.
+            __m256 element[2][cols];
+#pragma GCC unroll 3
+            for (int j = 0; j < cols; ++j) {
+                const __m256 y = steps(column(j));
+                element[0][j] = spread_steps<rows, 0>(y);
+                element[1][j] = spread_steps<rows, 1>(y);
+            }
+#pragma GCC unroll 3
+            for (int p = 0; p < pairs; ++p) {
+                multiply_half<0>(a, p, steps, element[0]);
+                multiply_half<1>(a, p, steps, element[1]);
+            }
+        } else if constexpr (rows > 1 && sets * cols * pairs + 2 * pairs + 2 <= 16) {
+            // There are registers for both halves of the rows.
+            multiply_rows(a, steps);
+            __asm__ volatile("" ::: "memory");
         } else {
             multiply<0>(a, steps);
             if constexpr (halves == 2)
                 multiply<1>(a, steps);
-        }
-    }
-    // Loads under a mask are slow, so nothing is loaded twice.
-    template <class source> [[gnu::always_inline]] inline void multiply_last(const source &a, last_steps steps)
-    {
-        __m256 x[pairs][2];
-#pragma GCC unroll 4
-        for (int p = 0; p < pairs; ++p)
-            a.both_halves(p, steps, x[p]);
-#pragma GCC unroll 6
-        for (int j = 0; j < cols; ++j) {
-            const __m256 y = steps(column(j));
-            const __m256 element[2] = {spread_steps<rows, 0>(y), spread_steps<rows, 1>(y)};
-#pragma GCC unroll 2
-            for (int q = 0; q < halves; ++q)
-#pragma GCC unroll 4
-                for (int p = 0; p < pairs; ++p)
-                    lanes<8>::accumulate(acc[q % sets][j][p], x[p][q], element[q]);
         }
     }
     template <class source> [[gnu::always_inline]] inline void multiply_depth(source a, int64_t k, int64_t b_ahead)
@@ -250,7 +278,7 @@ template <int rows, int cols> struct paired_tile {
             __asm__("" : "+r"(three[0]), "+r"(three[1]));
         }
         if (k > 0)
-            multiply_last(a, last_steps{vec_avx2::first(k)});
+            multiply_rows(a, last_steps{vec_avx2::first(k)}); // loads under a mask are slow
     }
     template <beta_form form>
     [[gnu::always_inline]] inline void store(float alpha, const float *beta, float *c, int64_t ldc) const
