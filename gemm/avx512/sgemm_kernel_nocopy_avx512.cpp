@@ -19,7 +19,7 @@ namespace
 // masked as well.
 template <int vecs_> struct masked_rows {
     using v = lanes<16>;
-    static constexpr int vecs = vecs_, tile_n = 8, widest = vecs == 1 ? 16 : tile_n;
+    static constexpr int vecs = vecs_, tile_n = 8, widest = vecs == 1 ? 16 : tile_n, columns_ahead = 16;
     __mmask16 last;
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit masked_rows(int64_t m)

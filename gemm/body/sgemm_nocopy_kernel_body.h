@@ -14,6 +14,7 @@
 //   transpose<fetches>  rows of op(A) that are runs of depth into the panel; fetches those that lie ahead
 // rows is a row tile:
 //   tile_n              columns of its tiles
+//   columns_ahead       distance at which a row of B is fetched [elements], a whole number of lines
 //   v, vecs             its registers
 #pragma once
 #include "frame/path/path_util.h"
@@ -72,11 +73,11 @@ template <int columns> struct b_cursor<true, columns> {
 
 // All that only fetches is inlined by force: the compiler drops calls of a function that changes nothing.
 
-// Fetches the next tile's columns of op(B) while a tile goes over its own: every line once, half of them in each group
+// Fetches columns of op(B) that are due next while a tile goes over its own: every line once, half of them in each group
 // of eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
-template <int tile_n, bool transposed> struct b_fetch;
+template <int tile_n, bool transposed, int ahead> struct b_fetch;
 // A line holds 16 steps of a column: half of the columns in one group, the others in the next.
-template <int tile_n> struct b_fetch<tile_n, false> {
+template <int tile_n, int ahead> struct b_fetch<tile_n, false, ahead> {
     const float *now, *next;
     int64_t ldb;
     inline b_fetch(const float *b, int64_t ldb_) : now(b + tile_n * ldb_), next(now + tile_n / 2 * ldb_), ldb(ldb_) {}
@@ -93,11 +94,11 @@ template <int tile_n> struct b_fetch<tile_n, false> {
     }
 };
 // A line holds 16 columns of a step: of two tiles that share a line one asks for the even steps, the other for the odd.
-template <int tile_n> struct b_fetch<tile_n, true> {
+template <int tile_n, int ahead> struct b_fetch<tile_n, true, ahead> {
     const float *now;
     int64_t ldb;
     inline b_fetch(const float *b, int64_t ldb_)
-        : now(b + 16 + (reinterpret_cast<uintptr_t>(b) & 32 ? ldb_ : 0)), ldb(ldb_)
+        : now(b + ahead + (reinterpret_cast<uintptr_t>(b) & 32 ? ldb_ : 0)), ldb(ldb_)
     {
     }
     [[gnu::always_inline]] inline void step(int l)
@@ -141,7 +142,7 @@ struct no_fetch {
 };
 template <class rows, bool b_transposed> struct fetch_in_place {
     const rows &r;
-    b_fetch<rows::tile_n, b_transposed> columns;
+    b_fetch<rows::tile_n, b_transposed, rows::columns_ahead> columns;
     [[gnu::always_inline]] inline void step(int l, const float *a)
     {
         columns.step(l);
@@ -151,7 +152,7 @@ template <class rows, bool b_transposed> struct fetch_in_place {
 };
 template <class rows, bool b_transposed> struct fetch_beside_panel {
     row_fetch<rows::vecs * rows::v::width> next_rows;
-    b_fetch<rows::tile_n, b_transposed> columns;
+    b_fetch<rows::tile_n, b_transposed, rows::columns_ahead> columns;
     [[gnu::always_inline]] inline void step(int l, const float *)
     {
         columns.step(l);
