@@ -36,10 +36,10 @@ template <class v, bool fours> struct axpy_line_op {
     }
 };
 
-// Registers of 16 from an x that crosses lines are loaded four at a time, as loads that take turns with stores fall behind
-// there, most where x follows y closely in the low twelve bits of its address (n = 4000: 112 ns instead of 151). Whole
-// lines lose by it (77 ns instead of 69), and so do vectors past the first-level cache and registers of 8, of which two
-// stores fill a line.
+// Registers of 16 from an x that crosses lines are loaded four at a time, as loads that take turns with stores fall
+// behind there, most where x follows y closely in the low twelve bits of its address (n = 4000: 112 ns instead of 151).
+// Whole lines lose by it (77 ns instead of 69), and so do vectors past the first-level cache and registers of 8, of
+// which two stores fill a line.
 template <class v> [[gnu::always_inline]] inline void axpy_line(float alpha, int64_t n, const float *x, float *y)
 {
     constexpr int64_t most_in_first_cache = 5 * 1024; // elements, with as many of the other vector
