@@ -14,6 +14,7 @@ constexpr uint64_t panel_narrow_most = 512;                  // [elements] lda u
 constexpr uint64_t direct_round = 4;                         // [lines] of a round of the direct loop
 constexpr uint64_t direct_strip = 32, direct_strip_far = 64; // [lines] that its rounds walk through together
 constexpr uint64_t direct_ahead = 32;                        // [elements] of prefetches of A beyond the caches
+constexpr uint64_t direct_run_ahead = 16;                    // [columns] of prefetches of B there
 
 // [bytes] of B from which whole cache lines of it bypass the caches: where the caches stop paying, later where lines
 // share sets.
@@ -35,7 +36,7 @@ constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
 // A strip of lines: 8 columns at a time, then 4, then single ones; in each of them rounds of 4 lines, so that a line of
 // b gets its stores together. What is left of the lines goes together, column after column. single: 4 lines.
 // settled: 8 columns begin when the stores of the last 8 have left the queue (trans/body/settled.h).
-// ahead: the distance of prefetches of a [elements], 0 for none.
+// ahead: the distance of prefetches of a [elements], 0 for none of a and none of b.
 // Not inlined: beside the block kernel its pointers would be spilled.
 template <bool single, bool settled, uint64_t ahead>
 [[gnu::noinline]] void direct_lines(uint64_t lines, uint64_t columns, const float *a, uint64_t lda, float *b,
@@ -45,6 +46,14 @@ template <bool single, bool settled, uint64_t ahead>
     uint64_t j = 0;
     float *to = b;
     for (; j + 8 <= columns; j += 8) {
+        if constexpr (ahead > 0) {
+            for (uint64_t c = 0; c < 8; ++c) {
+                const float *const run = to + (direct_run_ahead + c) * ldb;
+                for (uint64_t i = 0; i < whole; i += cache_line_bytes / sizeof *run)
+                    _mm_prefetch(reinterpret_cast<const char *>(run + i), _MM_HINT_T0);
+                _mm_prefetch(reinterpret_cast<const char *>(run + whole - 1), _MM_HINT_T0);
+            }
+        }
         for (uint64_t i = 0; i < whole; i += direct_round) {
             const float *const from = a + i * lda + j;
             if constexpr (ahead > 0) {
@@ -80,7 +89,7 @@ template <bool single, bool settled, uint64_t ahead>
 inline void direct_loop(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     trans_took(trans_route_direct);
-    const bool far = n_outer * n_inner * sizeof *b >= stream_least;
+    const bool far = n_outer * n_inner * sizeof *b >= far_least;
     const bool settled = ldb * sizeof *b % (2 * aliased_bytes) == 0;
     const auto strip = n_outer == direct_round ? direct_lines<true, false, 0>
                        : far && settled        ? direct_lines<false, true, direct_ahead>
