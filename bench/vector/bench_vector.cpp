@@ -186,12 +186,42 @@ struct bench {
     tesh_bench::settings run;
     std::vector<tesh_bench::peer> peers;
     tesh_bench::csv out;
-    float *x, *y;
+    float *x, *y; // at page boundaries
+    std::vector<std::int64_t> offsets_x;
+    std::int64_t offset_y;
 
     void line(const routine &r, std::int64_t n, bool cold)
     {
+        constexpr std::int64_t longest_placed = 10000; // beyond the first cache only the first placement is taken
+        const std::size_t placements = cold || n > longest_placed ? 1 : offsets_x.size();
+        std::vector<tesh_bench::timing> mean;
+        double share = 0.0;
+        for (std::size_t p = 0; p < placements; ++p)
+            place(r, n, cold, x + offsets_x[p], run.case_ms / static_cast<double>(placements), mean, share);
+        const double count = static_cast<double>(placements),
+                     bytes = static_cast<double>(n) * tesh_bench::traffic_bytes(r.kind);
+        out.text(r.name).text(run.isa).text(cold ? "cold" : "warm").count(n).count(mean[0].repetitions);
+        out.number(mean[0].best / count * 1e9).number(mean[0].median / count * 1e9);
+        out.number(bytes / (mean[0].median / count) * 1e-9);
+        if (share > 0.0)
+            out.number(share / count);
+        else
+            out.text("");
+        std::size_t next = 1;
+        for (const tesh_bench::peer &p : peers)
+            if (p.fortran<void()>(r.peer_name) != nullptr)
+                out.number(mean[next++].ratio / count);
+            else
+                out.text("");
+        out.end();
+    }
+
+    // One placement: times and ratios are added to sum, the share of the limit to share, if there is one.
+    void place(const routine &r, std::int64_t n, bool cold, float *placed_x, double case_ms,
+               std::vector<tesh_bench::timing> &sum, double &share)
+    {
         float result = 0.0f;
-        const operands o = {n, x, y, &result};
+        const operands o = {n, placed_x, y + offset_y, &result};
         std::vector<void *> functions = {member_of(paths.at(run.isa), r.what)};
         for (const tesh_bench::peer &p : peers)
             functions.push_back(reinterpret_cast<void *>(p.fortran<void()>(r.peer_name)));
@@ -215,34 +245,30 @@ struct bench {
         tesh_bench::traffic_loop *const loop = tesh_bench::plain_loop(r.kind, lanes);
         if (limited)
             contestants.emplace_back([=] { loop(1, whole, o.x, o.y, r.kind == traffic::scale ? 1.0f : 0.0f); });
-        const std::vector<tesh_bench::timing> times = tesh_bench::compare(contestants, run.case_ms);
-        const double bytes = static_cast<double>(n) * tesh_bench::traffic_bytes(r.kind);
-        out.text(r.name).text(run.isa).text(cold ? "cold" : "warm").count(n).count(times[0].repetitions);
-        out.number(times[0].best * 1e9).number(times[0].median * 1e9).number(bytes / times[0].median * 1e-9);
+        const std::vector<tesh_bench::timing> times = tesh_bench::compare(contestants, case_ms);
+        sum.resize(times.size(), {0.0, 0.0, 0.0, 0});
+        for (std::size_t i = 0; i < times.size(); ++i) {
+            sum[i].best += times[i].best;
+            sum[i].median += times[i].median;
+            sum[i].ratio += times[i].ratio;
+            sum[i].repetitions += times[i].repetitions;
+        }
         if (limited) {
             const double scale = static_cast<double>(n) / static_cast<double>(whole);
             const double arithmetic =
                 2.0 * static_cast<double>(n) * r.multiply_adds / tesh_bench::multiply_add_peak(lanes);
-            out.number(std::max(times.back().ratio * scale, arithmetic / times[0].median));
-        } else {
-            out.text("");
+            share += std::max(times.back().ratio * scale, arithmetic / times[0].median);
         }
-        std::size_t next = 1;
-        for (std::size_t i = 1; i < functions.size(); ++i)
-            if (functions[i] != nullptr)
-                out.number(times[next++].ratio);
-            else
-                out.text("");
-        out.end();
     }
 };
 
-float *array(std::int64_t n, std::int64_t offset)
+// n elements and a page of offset, from a page boundary on.
+float *array(std::int64_t n)
 {
     void *p = std::aligned_alloc(4096, static_cast<std::size_t>((n + 2048) * 4 + 4095) / 4096 * 4096);
     if (p == nullptr)
         std::exit(1);
-    return static_cast<float *>(p) + offset;
+    return static_cast<float *>(p);
 }
 } // namespace
 
@@ -253,12 +279,13 @@ int main(int argc, char **argv)
                                          1000, 2000, 3000, 4000, 10000, 30000, 100000, 300000, 1000000, 10000000};
     std::vector<std::int64_t> cold_lengths = {100, 1000, 10000, 100000};
     std::vector<std::string> only;
-    std::int64_t offset_x = 272, offset_y = 0;
+    std::vector<std::int64_t> offsets_x = {0, 80, 272, 528, 784};
+    std::int64_t offset_y = 0;
     app.add_option("--n", lengths, "Lengths of warm calls");
     app.add_option("--cold-n", cold_lengths, "Lengths of cold calls");
     app.add_option("--family", only, "Families (all)");
-    app.add_option("--offset-x", offset_x, "Elements from a page boundary to x")->capture_default_str();
-    app.add_option("--offset-y", offset_y, "Elements from a page boundary to y")->capture_default_str();
+    app.add_option("--offset-x", offsets_x, "Elements from a page boundary to x, below 2048, one or more placements");
+    app.add_option("--offset-y", offset_y, "Elements from a page boundary to y, below 2048")->capture_default_str();
     const tesh_bench::settings run = tesh_bench::start(app, argc, argv);
     const std::vector<tesh_bench::peer> peers = tesh_bench::load_peers(run);
     std::string header = "family,path,operands,n,repetitions,best_ns,median_ns,GB/s,share_of_limit";
@@ -268,7 +295,7 @@ int main(int argc, char **argv)
     for (const std::vector<std::int64_t> &list : {lengths, cold_lengths})
         for (std::int64_t n : list)
             longest = std::max(longest, n);
-    bench b = {run, peers, tesh_bench::csv(header), array(longest, offset_x), array(longest, offset_y)};
+    bench b = {run, peers, tesh_bench::csv(header), array(longest), array(longest), offsets_x, offset_y};
     for (const routine &r : routines) {
         if (!only.empty() && std::find(only.begin(), only.end(), r.name) == only.end())
             continue;
