@@ -245,6 +245,7 @@ TEST_F(checked_text, memcpy_reports_each_broken_bound_in_order_and_zeroes_a_good
         expect_report(row.message, row.error);
         EXPECT_EQ(std::string(dest, 16), std::string(12, '\0') + "xxxx") << row.message;
     }
+    EXPECT_EQ(tesh_serv_memcpy_s(dest, 0x10000000, area, 4), 0) << "the largest dmax; the source lies in front of dest";
     EXPECT_EQ(tesh_serv_memcpy_s(dest, 8, src, 8), 0);
     EXPECT_EQ(tesh_serv_memcpy_s(dest, 8, dest + 8, 8), 0) << "neighbours do not overlap";
 }
