@@ -31,9 +31,9 @@ void turn_modified(const float *param, float &x, float &y)
         y = std::fma(param[4], z, param[2] * w);
     } else if (param[0] == 0.0f) {
         x = std::fma(z, param[3], w);
-        y = std::fma(param[2], w, z);
+        y = z + param[2] * w;
     } else {
-        x = std::fma(param[1], w, z);
+        x = z + param[1] * w;
         y = std::fma(param[4], z, -w);
     }
 }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Modified rotation on the paths with masks. param holds a flag and h11, h21, h12, h22:
 //   flag < 0   x' = fma(y, h12, h11*x), y' = fma(h22, y, h21*x)
-//   flag = 0   h11 = h22 = 1:           x' = fma(y, h12, x), y' = fma(h21, x, y)
-//   flag > 0   h12 = 1, h21 = -1:       x' = fma(h11, x, y), y' = fma(h22, y, -x)
+//   flag = 0   h11 = h22 = 1:           x' = fma(y, h12, x), y' = y + h21*x
+//   flag > 0   h12 = 1, h21 = -1:       x' = y + h11*x,      y' = fma(h22, y, -x)
+// The product with x is rounded under every flag, so that a unit entry gives the bits of a full matrix that holds it.
 //   flag = -2  nothing
 #pragma once
 #include "vector/body/line_loops.h"
@@ -21,9 +22,9 @@ template <rotation form> struct rotate_single {
             store_one(y, __builtin_fmaf(h22, z, h21 * w));
         } else if constexpr (form == rotation::unit_diagonal) {
             store_one(x, __builtin_fmaf(z, h12, w));
-            store_one(y, __builtin_fmaf(h21, w, z));
+            store_one(y, z + h21 * w);
         } else {
-            store_one(x, __builtin_fmaf(h11, w, z));
+            store_one(x, z + h11 * w);
             store_one(y, __builtin_fmaf(h22, z, -w));
         }
     }
@@ -42,9 +43,9 @@ template <class v, rotation form, bool fours> struct rotate_line_op {
             y = v::mul_add(a.keep(h22), y, v::mul(a.keep(h21), old));
         } else if constexpr (form == rotation::unit_diagonal) {
             x = v::mul_add(y, a.keep(h12), old);
-            y = v::mul_add(a.keep(h21), old, y);
+            y = v::add(y, v::mul(a.keep(h21), old));
         } else {
-            x = v::mul_add(a.keep(h11), old, y);
+            x = v::add(y, v::mul(a.keep(h11), old));
             y = v::mul_sub(a.keep(h22), y, old);
         }
     }
