@@ -118,6 +118,22 @@ TEST(sgemv_order, avx2_chunks_of_a_strided_vector_are_runs_of_its_kernels)
     }
 }
 
+// An x of megabytes may be read once for some columns, which leaves each column its sums: four at a time have the same
+// bits.
+TEST(sgemv_order, columns_keep_their_bits_beside_an_x_of_megabytes)
+{
+    const std::int64_t m = (std::int64_t(1) << 20) + 37, n = 12, four = 4;
+    const float alpha = 0.7f;
+    const std::vector<float> a = uniform(m * n, 6), x = uniform(m, 7);
+    for (const path_row &row : rows()) {
+        std::vector<float> all = uniform(n, 8), fours = all;
+        row.sgemv("T", &m, &n, &alpha, a.data(), &m, x.data(), &unit, &one, all.data(), &unit, 1);
+        for (std::int64_t j = 0; j < n; j += four)
+            row.sgemv("T", &m, &four, &alpha, a.data() + j * m, &m, x.data(), &unit, &one, fours.data() + j, &unit, 1);
+        EXPECT_TRUE(same_bits(all, fours)) << row.path;
+    }
+}
+
 TEST(sgemv_order, negative_zeros_add_up_to_a_negative_zero)
 {
     for (const path_row &row : rows()) {

@@ -213,6 +213,11 @@ TEST_F(sgemv, agrees_for_matrices_of_every_cache)
             }
         }
     }
+    sgemv_problem tall; // x alone is megabytes
+    tall.trans = 'T';
+    tall.m = (std::int64_t(1) << 20) + 37;
+    tall.n = 9;
+    check(tall);
 }
 
 TEST_F(sgemv, operands_may_lie_off_element_boundaries)

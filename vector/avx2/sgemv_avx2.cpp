@@ -39,10 +39,11 @@ template <int sets> inline __m256 sum_sets(const __m256 *set)
 }
 
 // The next columns of y += alpha*A^T*x, if so many are left: j moves behind them. longest: rows of a round, 32 or more.
-// asks: for rows ahead.
+// asks: for rows ahead. kept: the accumulators behind the first i rows, or null.
 template <int columns, int longest, bool asks = false>
 [[gnu::always_inline]] inline bool add_next_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a,
-                                                 int64_t lda, const float *x, int64_t incy, float *y)
+                                                 int64_t lda, const float *x, int64_t incy, float *y,
+                                                 const __m256 *kept = nullptr, int64_t i = 0)
 {
     constexpr int sets = sets_of(columns);
     if (n - j < columns)
@@ -54,14 +55,13 @@ template <int columns, int longest, bool asks = false>
         column[c] = a + (j + c) * lda;
 #pragma GCC unroll 4
         for (int s = 0; s < sets; ++s)
-            set[c][s] = _mm256_setzero_ps();
+            set[c][s] = kept != nullptr ? kept[c * sets + s] : _mm256_setzero_ps();
     }
     if (const int64_t ahead = prefetch_distance(n, lda); m <= most_brief && ahead != 0) {
 #pragma GCC unroll 4
         for (int c = 0; c < columns; ++c)
             masked_avx2::prefetch(column[c] + ahead);
     }
-    int64_t i = 0;
     // Registers of 8 rows from row i on, beginning with the first accumulators.
     const auto add_registers = [&](int registers) __attribute__((always_inline))
     {
@@ -149,6 +149,57 @@ template <int columns, int longest, bool asks = false>
     add_next_dots<1, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);
 }
 
+// Four columns of the same for the rows from i to end, a multiple of 32 of them. set: the accumulators.
+inline void add_rows_to_dots(int64_t i, int64_t end, const float *a, int64_t lda, const float *x, __m256 *set)
+{
+    constexpr int sets = sets_of(round_columns);
+    __m256 sum[round_columns * sets];
+#pragma GCC unroll 8
+    for (int s = 0; s < round_columns * sets; ++s)
+        sum[s] = set[s];
+    const float *const a_1 = a + lda, *const a_2 = a + 2 * lda, *const a_3 = a + 3 * lda;
+#pragma GCC unroll 1
+    for (; i < end; i += 32) {
+#pragma GCC unroll 4
+        for (int r = 0; r < 4; ++r) {
+            const __m256 xv = _mm256_loadu_ps(x + i + 8 * r);
+            const float *const column[] = {a, a_1, a_2, a_3};
+#pragma GCC unroll 4
+            for (int c = 0; c < round_columns; ++c) {
+                __m256 &to = sum[c * sets + r % sets];
+                to = _mm256_fmadd_ps(_mm256_loadu_ps(column[c] + i + 8 * r), xv, to);
+            }
+        }
+    }
+#pragma GCC unroll 8
+    for (int s = 0; s < round_columns * sets; ++s)
+        set[s] = sum[s];
+}
+
+// The same for an x of megabytes: rounds of columns take turns panel by panel, so that x comes from memory once for
+// all of them (2000000 x 8: 1217 us instead of 1402). The accumulators wait in between; the sums are those of rounds on
+// their own.
+constexpr int64_t tall_rows = 1024 * 1024;
+[[gnu::noinline]] void add_tall_dots(int64_t &j, int64_t m, int64_t n, float alpha, const float *a, int64_t lda,
+                                     const float *x, int64_t incy, float *y)
+{
+    constexpr int64_t panel = 8 * 1024; // rows
+    constexpr int most = 8, registers = round_columns * sets_of(round_columns);
+    const int64_t last = (m - 1) / panel * panel; // row where the last panel begins
+    while (n - j >= round_columns) {
+        const int64_t rounds = min_of(most, (n - j) / round_columns);
+        __m256 kept[most][registers];
+        for (int64_t r = 0; r < rounds; ++r)
+            for (int s = 0; s < registers; ++s)
+                kept[r][s] = _mm256_setzero_ps();
+        for (int64_t i = 0; i < last; i += panel)
+            for (int64_t r = 0; r < rounds; ++r)
+                add_rows_to_dots(i, i + panel, a + (j + r * round_columns) * lda, lda, x, kept[r]);
+        for (int64_t r = 0; r < rounds; ++r)
+            add_next_dots<round_columns, 32>(j, m, n, alpha, a, lda, x, incy, y, kept[r], last);
+    }
+}
+
 // y += alpha*A*x for a strided y without a buffer, 8 rows a round.
 void add_product_scalar(const sgemv_call &call)
 {
@@ -233,6 +284,8 @@ extern "C" void tesh_blas_avx2_xsgemv_t(const int64_t *m, const int64_t *n, cons
         while (add_next_dots<columns_asked_for, 32, true>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
         }
     }
+    if (rows >= tall_rows && columns >= 2 * round_columns)
+        add_tall_dots(j, rows, columns, factor, a, a_step, x, y_step, y);
     while (add_next_dots<4, 32>(j, rows, columns, factor, a, a_step, x, y_step, y)) {
     }
     add_next_dots<2, 32>(j, rows, columns, factor, a, a_step, x, y_step, y);
