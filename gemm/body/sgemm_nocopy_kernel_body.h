@@ -73,8 +73,8 @@ template <int columns> struct b_cursor<true, columns> {
 
 // All that only fetches is inlined by force: the compiler drops calls of a function that changes nothing.
 
-// Fetches columns of op(B) that are due next while a tile goes over its own: every line once, half of them in each group
-// of eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
+// Fetches columns of op(B) that are due next while a tile goes over its own: every line once, half of them in each
+// group of eight steps. Beyond the last column this asks for what is not there, which a prefetch may.
 template <int tile_n, bool transposed, int ahead> struct b_fetch;
 // A line holds 16 steps of a column: half of the columns in one group, the others in the next.
 template <int tile_n, int ahead> struct b_fetch<tile_n, false, ahead> {

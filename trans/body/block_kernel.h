@@ -23,8 +23,8 @@ inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *
 }
 
 // The strip that begins with element from of a line of a and with line to of b, to the second cache: the first may have
-// fewer ways than the strip has lines. streamed: of b only what shares a cache line with the blocks in front and behind;
-// the rest bypasses the caches.
+// fewer ways than the strip has lines. streamed: of b only what shares a cache line with the blocks in front and
+// behind; the rest bypasses the caches.
 template <bool streamed>
 [[gnu::always_inline]] inline void fetch_strip(uint64_t rows, const float *from, uint64_t lda, const float *to,
                                                uint64_t ldb, uint64_t width)
