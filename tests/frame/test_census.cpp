@@ -494,7 +494,8 @@ TEST(isa_disable, a_list_beyond_its_buffer_is_cut)
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 namespace
 {
-// Every register of the width, filled from in, then the census, then stored to out; 32 x 64 bytes each, and the masks.
+// Seven registers of 64 bytes and two masks, or all sixteen of 16 bytes: filled from in, then the census, then stored to
+// out, one behind the other.
 __asm__(R"(
     .text
     .type census_with_zmm, @function
