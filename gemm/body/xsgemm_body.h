@@ -93,7 +93,7 @@ inline const char *routine_name(int32_t routine_id)
     }
 }
 
-// Drivers of other routines than SGEMM come with those routines; their slots are null until then.
+// The drivers of other routines than SGEMM are not of this room: their slots are null.
 template <class p>
 inline void initialize_kernel_info(const blas_op_record *op, const blas_matrix_view *a, const blas_matrix_view *b,
                                    const gemm_strategy *strategy, gemm_kernel_info *info)
