@@ -19,23 +19,21 @@ int guard_protection()
 {
     return std::getenv("TESH_TEST_EMULATED") != nullptr ? PROT_READ : PROT_NONE;
 }
+} // namespace
 
-// Under the address sanitizer the bytes of the array's own pages that are not the array's fault as well, but for masked
-// accesses, which it does not see.
 #if defined(__SANITIZE_ADDRESS__)
-void poison(const volatile void *begin, std::size_t bytes)
+void tesh_test::hide_bytes(const void *begin, std::size_t bytes)
 {
     __asan_poison_memory_region(begin, bytes);
 }
-void unpoison(const volatile void *begin, std::size_t bytes)
+void tesh_test::show_bytes(const void *begin, std::size_t bytes)
 {
     __asan_unpoison_memory_region(begin, bytes);
 }
 #else
-void poison(const void *, std::size_t) {}
-void unpoison(const void *, std::size_t) {}
+void tesh_test::hide_bytes(const void *, std::size_t) {}
+void tesh_test::show_bytes(const void *, std::size_t) {}
 #endif
-} // namespace
 
 tesh_test::guarded_bytes::guarded_bytes(std::size_t bytes, guard side, std::size_t shift_bytes)
 {
@@ -52,12 +50,12 @@ tesh_test::guarded_bytes::guarded_bytes(std::size_t bytes, guard side, std::size
         std::abort();
     }
     data_ = side == guard::at_end ? map_ + page + body - bytes - shift_bytes : map_ + page + shift_bytes;
-    poison(map_ + page, static_cast<std::size_t>(data_ - (map_ + page)));
-    poison(data_ + bytes, body - static_cast<std::size_t>(data_ - (map_ + page)) - bytes);
+    hide_bytes(map_ + page, static_cast<std::size_t>(data_ - (map_ + page)));
+    hide_bytes(data_ + bytes, body - static_cast<std::size_t>(data_ - (map_ + page)) - bytes);
 }
 
 tesh_test::guarded_bytes::~guarded_bytes()
 {
-    unpoison(map_, map_bytes_);
+    show_bytes(map_, map_bytes_);
     munmap(map_, map_bytes_);
 }

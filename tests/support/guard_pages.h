@@ -7,6 +7,11 @@
 
 namespace tesh_test
 {
+// Under the address sanitizer an access to the bytes ends the test until they are shown again, but for masked accesses,
+// which it does not see. In other builds nothing is hidden.
+void hide_bytes(const void *begin, std::size_t bytes);
+void show_bytes(const void *begin, std::size_t bytes);
+
 enum class guard { at_end, at_start };
 
 // count elements; at_end: the last byte lies right before a guard page; at_start: the first right behind one.
