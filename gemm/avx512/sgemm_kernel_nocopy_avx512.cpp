@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
-// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32; 16 rows at most: up to 16
-//            columns, 16 accumulators + 1 of A + 1 broadcast of B
+// registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32; the last columns: 48 x 9 (27),
+//            32 x 12 (24) or 16 x 16 (16)
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
 // loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps
 //            apart
 // prefetch   the next tile's columns of B, every line once, and the next 48 rows of A, also where they go through the
 //            panel; small blocks nothing
-// edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns
+// edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns; A at
+//            an odd float is copied into the panel by the first tile
 // measured   96 % of the multiply-add peak at 32 x 32 x 32, 98 % at 96 x 96 x 96, NN (bench_sgemm --group small)
 #include "gemm/avx512/sgemm_path_avx512.h"
 #include "gemm/body/sgemm_nocopy_kernel_body.h"
@@ -19,7 +20,8 @@ namespace
 // masked as well.
 template <int vecs_> struct masked_rows {
     using v = lanes<16>;
-    static constexpr int vecs = vecs_, tile_n = 8, widest = vecs == 1 ? 16 : tile_n, columns_ahead = 16;
+    static constexpr int vecs = vecs_, panel_m = 48, tile_n = 8, widest = vecs == 1 ? 16 : vecs == 2 ? 12 : 9;
+    static constexpr int columns_ahead = 16;
     __mmask16 last;
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit masked_rows(int64_t m)
@@ -120,19 +122,8 @@ inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda
 }
 
 struct nocopy_avx512 {
-    static constexpr int64_t panel_m = 48, whole_columns = 24;
+    static constexpr int64_t panel_m = masked_rows<3>::panel_m, whole_columns = 24;
 
-    static inline void copy(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel)
-    {
-        const __mmask16 m0 = vec_avx512::first(min_of(rows, 16));
-        const __mmask16 m1 = vec_avx512::first(min_of(max_of(rows - 16, 0), 16));
-        const __mmask16 m2 = vec_avx512::first(max_of(rows - 32, 0));
-        for (int64_t l = 0; l < k; ++l, a += lda, panel += panel_m) {
-            vec_avx512::store(panel, vec_avx512::load(a, m0));
-            vec_avx512::store(panel + 16, vec_avx512::load(a + 16, m1));
-            vec_avx512::store(panel + 32, vec_avx512::load(a + 32, m2));
-        }
-    }
     // Without fetching: where few columns meet long rows another road is taken.
     template <bool>
     static inline void transpose(int64_t rows, int64_t k, const float *a, int64_t lda, float *panel, int64_t)
@@ -151,25 +142,35 @@ struct nocopy_avx512 {
     static inline void row_tiles(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s, const float *b,
                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
-        for (int64_t i = 0; i < m;) {
+        for (int64_t i = 0, rows; i < m; i += rows) {
             const int64_t left = m - i;
-            const int64_t rows = left > 64 ? 48 : left > 48 ? 32 : left;
-            const float *const tile = s.tile(i, rows, false);
-            if constexpr (source::transposed)
-                if (rows == panel_m && n >= masked_rows<3>::tile_n && s.large()) {
-                    panel_columns<masked_rows<3>, b_transposed, form>(s.behind(i, rows), s.lda, n, k, alpha, tile, b,
-                                                                      ldb, beta, c + i, ldc);
-                    i += rows;
-                    continue;
-                }
-            const int64_t count = source::in_place ? left : rows;
-            const bool small = static_cast<uint64_t>(n) <= most_columns && max_of(count, n) * k <= fetched_elements;
-            (rows > 32   ? by_columns<masked_rows<3>, b_transposed, form>
-             : rows > 16 ? by_columns<masked_rows<2>, b_transposed, form>
-                         : by_columns<masked_rows<1>, b_transposed, form>)[small ? n : 0](
-                count, n, k, alpha, tile, s.depth_stride, b, ldb, beta, c + i, ldc);
-            i += rows;
+            rows = left > 64 ? 48 : left > 48 ? 32 : left;
+            if constexpr (source::in_place || source::transposed)
+                whole_tile<b_transposed, form>(i, left, rows, n, k, alpha, s, b, ldb, beta, c + i, ldc);
+            else
+                (rows > 32   ? copied_columns<masked_rows<3>, b_transposed, form>
+                 : rows > 16 ? copied_columns<masked_rows<2>, b_transposed, form>
+                             : copied_columns<masked_rows<1>, b_transposed, form>)(left, n, k, alpha, s.a + i, s.lda,
+                                                                                   s.panel, b, ldb, beta, c + i, ldc);
         }
+    }
+    // A row tile, the first of left rows, that stands in its place for all of its columns.
+    template <bool b_transposed, beta_form form, class source>
+    [[gnu::always_inline]] static inline void whole_tile(int64_t i, int64_t left, int64_t rows, int64_t n, int64_t k,
+                                                         const float *alpha, const source &s, const float *b,
+                                                         int64_t ldb, const float *beta, float *c, int64_t ldc)
+    {
+        const float *const tile = s.tile(i, rows, false);
+        if constexpr (source::transposed)
+            if (rows == panel_m && n >= masked_rows<3>::tile_n && s.large())
+                return panel_columns<masked_rows<3>, b_transposed, form>(s.behind(i, rows), s.lda, n, k, alpha, tile, b,
+                                                                         ldb, beta, c, ldc);
+        const int64_t count = source::in_place ? left : rows;
+        const bool small = static_cast<uint64_t>(n) <= most_columns && max_of(count, n) * k <= fetched_elements;
+        (rows > 32   ? by_columns<masked_rows<3>, b_transposed, form>
+         : rows > 16 ? by_columns<masked_rows<2>, b_transposed, form>
+                     : by_columns<masked_rows<1>, b_transposed, form>)[small ? n : 0](
+            count, n, k, alpha, tile, s.depth_stride, b, ldb, beta, c, ldc);
     }
     // More columns than are read as they lie at an odd float.
     template <class rows, bool b_transposed, beta_form form>

@@ -10,10 +10,10 @@
 //   panel_m             rows of a full tile, and the panel's width [elements]
 //   whole_columns       columns up to which badly lying A is still read in place
 //   row_tiles           the rows of a block, tile by tile
-//   copy                a row tile into the panel
+//   copy                a row tile into the panel; not asked for where copied_columns is taken
 //   transpose<fetches>  rows of op(A) that are runs of depth into the panel; fetches those that lie ahead
 // rows is a row tile:
-//   tile_n              columns of its tiles
+//   tile_n, widest      columns of its tiles, of the last one at most
 //   columns_ahead       distance at which a row of B is fetched [elements], a whole number of lines
 //   v, vecs             its registers
 #pragma once
@@ -165,6 +165,25 @@ template <class rows, bool b_transposed> struct fetch_beside_panel {
     }
 };
 
+// Copies the rows into the panel while a tile reads them where they lie.
+template <class rows, class fetcher> struct copy_aside {
+    fetcher fetch;
+    float *panel;
+    [[gnu::always_inline]] inline void step(int l, const float *a) { fetch.step(l, a); }
+    inline void group() { fetch.group(); }
+};
+
+// What else is done with the registers of a step.
+template <class fetcher, class registers> inline void keep(const fetcher &, const registers &) {}
+template <class rows, class fetcher>
+inline void keep(copy_aside<rows, fetcher> &copy, const typename rows::v::reg (&step)[rows::vecs])
+{
+#pragma GCC unroll 4
+    for (int i = 0; i < rows::vecs; ++i)
+        rows::v::store(copy.panel + i * rows::v::width, step[i]);
+    copy.panel += rows::panel_m;
+}
+
 // Register i of the rows of a column of C, as it is to be: beta*C + alpha*x.
 template <beta_form form, class rows>
 [[gnu::always_inline]] inline typename rows::v::reg updated(const rows &r, int i, float alpha, typename rows::v::reg x,
@@ -228,6 +247,7 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
 #pragma GCC unroll 4
         for (int i = 0; i < vecs; ++i)
             av[i] = r.load(a, i);
+        keep(fetch, av);
 #pragma GCC unroll 16
         for (int j = 0; j < cols; ++j)
             r.accumulate(sums[j], av, y.column(j));
@@ -320,22 +340,39 @@ constexpr tesh_blas_sgemm_kernel_nocopy_fn *by_columns[most_columns + 1] = {
     columns_of<rows, b_transposed, form, 14>(), columns_of<rows, b_transposed, form, 15>(),
     columns_of<rows, b_transposed, form, 16>()};
 
+// Columns from which on a full tile is cut off. What is left below makes one wide tile, or two halves: in a tile of one or
+// two columns A is loaded for too few products.
+template <class rows>
+constexpr int64_t full_tiles_from = rows::widest == rows::tile_n ? rows::tile_n
+                                                                 : max_of(rows::widest + 1, rows::tile_n + 4);
+
 // One row tile, the first of m rows, against all columns.
 template <class rows, bool b_transposed, beta_form form>
 [[gnu::noinline]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
                                    const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     constexpr int tile_n = rows::tile_n;
+    constexpr int64_t least = full_tiles_from<rows>;
     const rows r(m);
     const int64_t b_column = b_transposed ? 1 : ldb;
-    // A block that the first-level cache holds needs no fetching.
+    // A block that the first-level cache holds needs no fetching. One register of rows waits for B more than for its sums, and
+    // full tiles fetch.
+    constexpr int64_t least_fetched = rows::vecs == 1 ? tile_n : least;
     if (max_of(m, n) * k > fetched_elements)
-        for (; n >= tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
+        for (bool first = n >= tile_n; first || n >= least_fetched || n == tile_n;
+             first = false, n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
             nocopy_tile<rows, tile_n, b_transposed, form>(r, fetch_in_place<rows, b_transposed>{r, {b, ldb}}, k, *alpha,
                                                           a, a_depth, b, ldb, beta, c, ldc);
-    constexpr int64_t least = rows::widest == tile_n ? tile_n : rows::widest + 1; // the last columns make one wide tile
     for (; n >= least; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
         nocopy_tile<rows, tile_n, b_transposed, form>(r, no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+    if constexpr (least > rows::widest + 1)
+        if (n > rows::widest) {
+            const int64_t half = (n + 1) / 2;
+            by_columns<rows, b_transposed, form>[half](m, half, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
+            n -= half;
+            b += half * b_column;
+            c += half * ldc;
+        }
     if (n > 0)
         by_columns<rows, b_transposed, form>[n](m, n, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
@@ -363,6 +400,25 @@ template <class rows, bool b_transposed, beta_form form>
     if (n > tile_n)
         row_tile<rows, b_transposed, form>(panel_m, n - tile_n, k, alpha, a, panel_m,
                                            b + tile_n * (b_transposed ? 1 : ldb), ldb, beta, c + tile_n * ldc, ldc);
+}
+
+// A row tile that lies badly against all columns, more than a tile of them: the first tile copies it into the panel.
+template <class rows, bool b_transposed, beta_form form>
+[[gnu::noinline]] void copied_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
+                                      float *panel, const float *b, int64_t ldb, const float *beta, float *c,
+                                      int64_t ldc)
+{
+    constexpr int tile_n = rows::tile_n;
+    const rows r(m);
+    if (max_of(m, n) * k > fetched_elements)
+        nocopy_tile<rows, tile_n, b_transposed, form>(
+            r, copy_aside<rows, fetch_in_place<rows, b_transposed>>{{r, {b, ldb}}, panel}, k, *alpha, a, lda, b, ldb,
+            beta, c, ldc);
+    else
+        nocopy_tile<rows, tile_n, b_transposed, form>(r, copy_aside<rows, no_fetch>{{}, panel}, k, *alpha, a, lda, b,
+                                                      ldb, beta, c, ldc);
+    row_tile<rows, b_transposed, form>(min_of(m, rows::panel_m), n - tile_n, k, alpha, panel, rows::panel_m,
+                                       b + tile_n * (b_transposed ? 1 : ldb), ldb, beta, c + tile_n * ldc, ldc);
 }
 
 // The rows of a transposed tile, count of them: neighbours in memory are the steps of one row. Whole tiles are
