@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // computes   C[m x n] := beta*C + alpha*op(A)*op(B), operands where they lie; b0 does not read C, b1 adds, bn scales it
 // registers  full tile 48 x 8: 24 accumulators + 3 of A + 1 broadcast of B, 28 of 32; the last columns: 48 x 9 (27),
-//            32 x 12 (24) or 16 x 16 (16)
+//            32 x 12 (24) or 16 x 16 (16); a last register of eight rows or fewer is shared by columns
 // layout     A, B, C column-major, any alignment; A transposed goes through a panel of 48 floats a depth step
 // loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps
 //            apart
 // prefetch   the next tile's columns of B, every line once, and the next 48 rows of A, also where they go through the
 //            panel; small blocks nothing
-// edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns; A at
-//            an odd float is copied into the panel by the first tile
+// edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns; A
+//            at an odd float is copied into the panel by the first tile
 // measured   96 % of the multiply-add peak at 32 x 32 x 32, 98 % at 96 x 96 x 96, NN (bench_sgemm --group small)
-#include "gemm/avx512/sgemm_path_avx512.h"
-#include "gemm/body/sgemm_nocopy_kernel_body.h"
+#include "gemm/avx512/sgemm_nocopy_shared_avx512.h"
 #include "gemm/sgemm_paths.h"
 
 namespace
@@ -145,7 +144,9 @@ struct nocopy_avx512 {
         for (int64_t i = 0, rows; i < m; i += rows) {
             const int64_t left = m - i;
             rows = left > 64 ? 48 : left > 48 ? 32 : left;
-            if constexpr (source::in_place || source::transposed)
+            if (takes_shared_columns(rows, n))
+                last_rows<b_transposed, form>(i, rows, n, k, *alpha, s, b, ldb, beta, c + i, ldc);
+            else if constexpr (source::in_place || source::transposed)
                 whole_tile<b_transposed, form>(i, left, rows, n, k, alpha, s, b, ldb, beta, c + i, ldc);
             else
                 (rows > 32   ? copied_columns<masked_rows<3>, b_transposed, form>

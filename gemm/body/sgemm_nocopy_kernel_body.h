@@ -340,8 +340,8 @@ constexpr tesh_blas_sgemm_kernel_nocopy_fn *by_columns[most_columns + 1] = {
     columns_of<rows, b_transposed, form, 14>(), columns_of<rows, b_transposed, form, 15>(),
     columns_of<rows, b_transposed, form, 16>()};
 
-// Columns from which on a full tile is cut off. What is left below makes one wide tile, or two halves: in a tile of one or
-// two columns A is loaded for too few products.
+// Columns from which on a full tile is cut off. What is left below makes one wide tile, or two halves: in a tile of one
+// or two columns A is loaded for too few products.
 template <class rows>
 constexpr int64_t full_tiles_from = rows::widest == rows::tile_n ? rows::tile_n
                                                                  : max_of(rows::widest + 1, rows::tile_n + 4);
@@ -355,8 +355,8 @@ template <class rows, bool b_transposed, beta_form form>
     constexpr int64_t least = full_tiles_from<rows>;
     const rows r(m);
     const int64_t b_column = b_transposed ? 1 : ldb;
-    // A block that the first-level cache holds needs no fetching. One register of rows waits for B more than for its sums, and
-    // full tiles fetch.
+    // A block that the first-level cache holds needs no fetching. One register of rows waits for B more than for its
+    // sums, and full tiles fetch.
     constexpr int64_t least_fetched = rows::vecs == 1 ? tile_n : least;
     if (max_of(m, n) * k > fetched_elements)
         for (bool first = n >= tile_n; first || n >= least_fetched || n == tile_n;
