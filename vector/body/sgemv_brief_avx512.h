@@ -121,8 +121,9 @@ template <int per_register> struct brief_columns {
                 for (int c = 0; c < per_register; ++c)
                     masked_avx512::prefetch(column.at(c) + ahead);
             }
-            const bool dense = layout == brief_layout::dense;
-            chain[r] = chains(dense ? _mm512_loadu_ps(column.at(0)) : load(per_register), lowest);
+            __m512 a = layout == brief_layout::dense ? _mm512_loadu_ps(column.at(0)) : load(per_register);
+            __asm__("" : "+v"(a)); // used twice: kept from being loaded once for each use
+            chain[r] = chains(a, lowest);
             column.next();
         }
         __m512 dots = sum_quarters(chain);
