@@ -22,8 +22,11 @@ bench:
 	cmake --preset bench
 	cmake --build build/bench -j $(JOBS)
 
-install: all
-	cmake --install build/release --prefix $(PREFIX)
+install:
+	@tools/install_dependencies.sh library
+	cmake --preset library
+	cmake --build build/library -j $(JOBS)
+	cmake --install build/library --prefix $(PREFIX)
 
 check: all
 	tools/check_all.sh build/release

@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Installs the Debian packages that a purpose needs and that are missing: build, demo, bench or check. As another user than
-# root it says which are missing, and ends with an error.
+# Installs the Debian packages that a purpose needs and that are missing: library (alone, without tests), build, demo,
+# bench or check. As another user than root it says which are missing, and ends with an error.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ make pkg-config libgtest-dev)
+packages=(cmake ninja-build g++ make)
 case "${1:-build}" in
-    build) ;;
-    demo) packages+=(libpng-dev gfortran) ;;
+    library) ;;
+    build) packages+=(pkg-config libgtest-dev) ;;
+    demo) packages+=(pkg-config libpng-dev gfortran) ;;
     bench) packages+=(libbenchmark-dev libcli11-dev gnuplot-nox libopenblas64-0-serial libblis64-4-serial) ;;
-    check) packages+=(libpng-dev gfortran clang clang-format-14 clang-tidy-14 libclang-rt-14-dev binutils qemu-user
-                      libbenchmark-dev libcli11-dev) ;;
-    *) echo "usage: $0 build|demo|bench|check" >&2; exit 2 ;;
+    check) packages+=(pkg-config libgtest-dev libpng-dev gfortran clang clang-format-14 clang-tidy-14 libclang-rt-14-dev
+                      binutils qemu-user libbenchmark-dev libcli11-dev) ;;
+    *) echo "usage: $0 library|build|demo|bench|check" >&2; exit 2 ;;
 esac
 
 missing=()
