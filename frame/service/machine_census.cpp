@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // How many packages, cores and logical processors this process may use. The thread visits every processor of its
-// affinity mask and reads the processor's own identifier there; /proc/cpuinfo has a say where its numbers agree with each
-// other. The thread's affinity is as before when the census ends.
+// affinity mask and reads the processor's own identifier there; /proc/cpuinfo has a say where its numbers agree with
+// each other. The thread's affinity is as before when the census ends.
 #include "frame/service/machine_census.h"
 
 #include <stdio.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Row tiles of the no-copy kernels whose last register is half empty. With a register of its own for each column half of
-// its lanes or more would be idle: here it holds eight rows of two columns or four rows of four, so that a tile of
+// Row tiles of the no-copy kernels whose last register is half empty. With a register of its own for each column half
+// of its lanes or more would be idle: here it holds eight rows of two columns or four rows of four, so that a tile of
 // 36 x 8 takes 18 products a step instead of 24. The rows are masked in loads, sums and stores as everywhere, and every
 // element of C is the same chain of sums.
 #pragma once
@@ -158,8 +158,8 @@ template <class rows, int cols, bool b_transposed, beta_form form>
 
 constexpr int64_t shared_least_columns = 4; // of a tile
 
-// The m rows of a tile against n columns, 8 at least. With a panel A lies badly, and columns are more than 12: the first
-// tile copies it.
+// The m rows of a tile against n columns, 8 at least. With a panel A lies badly, and columns are more than 12: the
+// first tile copies it.
 template <class rows, bool b_transposed, beta_form form>
 [[gnu::noinline]] void shared_columns(int64_t m, int64_t n, int64_t k, float alpha, const float *a, int64_t a_depth,
                                       float *panel, const float *b, int64_t ldb, const float *beta, float *c,

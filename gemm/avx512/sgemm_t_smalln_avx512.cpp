@@ -74,9 +74,9 @@ template <int rows, int cols, bool read_c, bool fetches = false> inline void til
             for (int r = 0; r < rows; ++r)
                 acc[s][j][r] = v::zero();
     const float *a = x.a + i * x.lda, *b = x.b;
-    // Loaded ahead, the operands are plain loads, and take a third less time where they come from the first-level cache:
-    // left to itself the compiler has products load A, and keeps their addresses in vector registers. From the second
-    // level four rows come faster in that order.
+    // Loaded ahead, the operands are plain loads, and take a third less time where they come from the first-level
+    // cache: left to itself the compiler has products load A, and keeps their addresses in vector registers. From the
+    // second level four rows come faster in that order.
     const auto step = [&](int64_t at, int set, auto loaded_ahead) __attribute__((always_inline))
     {
         __m512 bv[cols];

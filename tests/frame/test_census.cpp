@@ -136,8 +136,8 @@ const std::map<std::string, place> places = {
     {"PREFETCHW", {ext1, 0, c, 8, needs::nothing}},
     {"WBNOINVD", {ext8, 0, b, 9, needs::nothing}},
 };
-// Features without one bit of their own: the baseline, BMI (two bits), the tile instructions that all of AMX stands on, the
-// AVX10 versions (a number), and one that no published bit names.
+// Features without one bit of their own: the baseline, BMI (two bits), the tile instructions that all of AMX stands on,
+// the AVX10 versions (a number), and one that no published bit names.
 const char *const others[] = {"GENERIC_X86", "BMI", "AMX-TILE", "AVX_10_1", "AVX_10_2", "HCXNI"};
 
 // A processor with every state saved and FXSAVE, and nothing else.
@@ -494,8 +494,8 @@ TEST(isa_disable, a_list_beyond_its_buffer_is_cut)
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 namespace
 {
-// Seven registers of 64 bytes and two masks, or all sixteen of 16 bytes: filled from in, then the census, then stored to
-// out, one behind the other.
+// Seven registers of 64 bytes and two masks, or all sixteen of 16 bytes: filled from in, then the census, then stored
+// to out, one behind the other.
 __asm__(R"(
     .text
     .type census_with_zmm, @function

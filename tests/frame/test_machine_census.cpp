@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Packages, cores and logical processors: on machines of several shapes, of which the processor and /proc/cpuinfo are put
-// in place of the real ones, and on this machine.
+// Packages, cores and logical processors: on machines of several shapes, of which the processor and /proc/cpuinfo are
+// put in place of the real ones, and on this machine.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/syscall.h>

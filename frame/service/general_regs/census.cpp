@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The census of the processor's instruction sets: CPUID's bits, less those whose registers the system does not save
-// (XCR0), less those that ORVAN_ISA_DISABLE takes away. It can run before the C runtime is set up and while the caller's
-// vector registers are live: general registers only, no allocation, the environment from the proc file.
+// (XCR0), less those that ORVAN_ISA_DISABLE takes away. It can run before the C runtime is set up and while the
+// caller's vector registers are live: general registers only, no allocation, the environment from the proc file.
 #include "frame/service/general_regs/feature_table.h"
 #include "frame/service/general_regs/tiny_libc.h"
 #include "frame/service/processor.h"
@@ -204,8 +204,8 @@ void store(uint64_t *indicator, const feature_mask *found)
     __atomic_store_n(&indicator[0], found->word[0], __ATOMIC_RELEASE);
 }
 
-// The vendor test's answer where it has been asked; otherwise the same question of the proc file's environment, since the
-// vendor test goes through the C runtime.
+// The vendor test's answer where it has been asked; otherwise the same question of the proc file's environment, since
+// the vendor test goes through the C runtime.
 bool is_maker(void)
 {
     const int32_t asked = __atomic_load_n(&detect_vendor_answer, __ATOMIC_RELAXED);
