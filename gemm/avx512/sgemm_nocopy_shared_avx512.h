@@ -33,6 +33,7 @@ template <int full_, int each_> struct shared_rows {
         else
             return _mm512_maskz_broadcast_f32x8(0xffff, _mm256_maskz_loadu_ps(rest, x));
     }
+    inline __m512 factor(float x, int) const { return v::set1(x); } // of a full register
     // Elements of the columns, each for the rows of its own.
     inline __m512 joined(const __m512 (&element)[columns]) const
     {
@@ -58,17 +59,18 @@ template <int full_, int each_> struct shared_rows {
                                           : column == 2 ? _mm512_maskz_extractf32x4_ps(0xf, x, 2)
                                                         : _mm512_maskz_extractf32x4_ps(0xf, x, 3));
     }
-    template <beta_form form> inline void update_rest(float *c, float alpha, __m256 x, const float *beta) const
+    // The rest of a column of C, as it is to be, and its place there.
+    template <beta_form form> inline __m256 updated_rest(float alpha, __m256 x, const float *beta, const float *c) const
     {
-        c += full * 16;
-        const __m256 factor = _mm256_maskz_mov_ps(rest, _mm256_set1_ps(alpha));
+        const __m256 factor_of_x = _mm256_maskz_mov_ps(rest, _mm256_set1_ps(alpha));
         if constexpr (form == beta_form::zero)
-            return _mm256_mask_storeu_ps(c, rest, _mm256_mul_ps(factor, x));
-        __m256 sum = _mm256_maskz_loadu_ps(rest, c);
+            return _mm256_mul_ps(factor_of_x, x);
+        __m256 sum = _mm256_maskz_loadu_ps(rest, c + full * 16);
         if constexpr (form == beta_form::other)
             sum = _mm256_mul_ps(_mm256_maskz_mov_ps(rest, _mm256_set1_ps(*beta)), sum);
-        _mm256_mask_storeu_ps(c, rest, _mm256_fmadd_ps(factor, x, sum));
+        return _mm256_fmadd_ps(factor_of_x, x, sum);
     }
+    inline void store_rest(float *c, __m256 value) const { _mm256_mask_storeu_ps(c + full * 16, rest, value); }
 };
 
 // cols columns of a row tile, as nocopy_tile.
@@ -132,20 +134,22 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
     for (; k > 0; --k)
         step();
 
+    // C is read before any of it is written, as in finish_tile.
+    __m256 rest_of[cols];
+#pragma GCC unroll 8
+    for (int j = 0; j < cols; ++j) {
+        const float *const column = c + j * ldc;
+#pragma GCC unroll 2
+        for (int i = 0; i < full; ++i)
+            acc[j][i] = updated<form>(r, i, alpha, acc[j][i], beta, column);
+        rest_of[j] = r.template updated_rest<form>(alpha, r.column_of(rest[j / columns], j % columns), beta, column);
+    }
 #pragma GCC unroll 8
     for (int j = 0; j < cols; ++j, c += ldc) {
 #pragma GCC unroll 2
-        for (int i = 0; i < full; ++i) {
-            __m512 sum = v::mul(v::set1(alpha), acc[j][i]);
-            if constexpr (form != beta_form::zero) {
-                sum = v::load(c + i * 16);
-                if constexpr (form == beta_form::other)
-                    sum = v::mul(v::set1(*beta), sum);
-                v::accumulate(sum, v::set1(alpha), acc[j][i]);
-            }
-            v::store(c + i * 16, sum);
-        }
-        r.template update_rest<form>(c, alpha, r.column_of(rest[j / columns], j % columns), beta);
+        for (int i = 0; i < full; ++i)
+            v::store(c + i * 16, acc[j][i]);
+        r.store_rest(c, rest_of[j]);
     }
 }
 
