@@ -147,10 +147,16 @@ TEST_P(sgemm_kernel_nocopy, few_columns_of_deep_transposed_products)
                 return;
 }
 
-// C in every bit, where each element is one sum over the depth. alpha = 1 and a beta of 2 at most leave the sum and its
-// meeting with C as the only roundings.
-void expect_sums_in_order(const gemm_shape &s, int transposition, const tesh_test::gemm_operands &x)
+// Runs one class and beta form, and holds C in every bit against one sum over the depth for each element. alpha = 1 and
+// a beta of 2 at most leave the sum and its meeting with C as the only roundings.
+void expect_sums_in_order(const nocopy_path &p, gemm_shape s, int transposition, int form)
 {
+    constexpr float betas[3] = {0.0f, 1.0f, 2.0f};
+    s.transa = tesh_test::nocopy_classes[transposition][0];
+    s.transb = tesh_test::nocopy_classes[transposition][1];
+    s.beta = betas[form];
+    const tesh_test::gemm_operands x(s);
+    x.run(tesh_test::as_product(p.kernels[transposition][form]));
     const std::int64_t a_row = transposition & 2 ? s.lda() : 1, a_step = transposition & 2 ? 1 : s.lda();
     const std::int64_t b_column = transposition & 1 ? 1 : s.ldb(), b_step = transposition & 1 ? s.ldb() : 1;
     for (std::int64_t j = 0; j < s.n; ++j)
@@ -166,22 +172,36 @@ void expect_sums_in_order(const gemm_shape &s, int transposition, const tesh_tes
 // Whichever body the lie of A asks for.
 TEST_P(sgemm_kernel_nocopy, full_tiles_add_the_depth_in_its_order)
 {
-    constexpr float betas[3] = {0.0f, 1.0f, 2.0f};
     for (const std::int64_t tiles_n : {2, 5})
         for (const std::int64_t k : {1, 8, 15, 16, 50, 105})
             for (int turn = 0; turn < 24; ++turn) {
-                const int transposition = turn % 4, form = turn / 4 % 3;
-                gemm_shape s = shape(2 * p.tile_m, tiles_n * p.tile_n, k, turn / 12);
-                s.transa = tesh_test::nocopy_classes[transposition][0];
-                s.transb = tesh_test::nocopy_classes[transposition][1];
-                s.beta = betas[form];
-                const tesh_test::gemm_operands x(s);
-                p.kernels[transposition][form](s.m, s.n, s.k, &s.alpha, x.a.data(), s.lda(), x.b.data(), s.ldb(),
-                                               &s.beta, x.c.data(), s.ldc());
-                expect_sums_in_order(s, transposition, x);
+                expect_sums_in_order(p, shape(2 * p.tile_m, tiles_n * p.tile_n, k, turn / 12), turn % 4, turn / 4 % 3);
                 if (HasFatalFailure())
                     return;
             }
+}
+
+// A last register of 1 to 8 rows, which columns share: its sums are those of a register to each column, in place, out
+// of the panel and beside the copy into it, below and beyond the size from which on lines are fetched.
+TEST(sgemm_kernel_nocopy_avx512, a_last_register_of_few_rows_adds_the_depth_in_its_order)
+{
+    if (!tesh_test::machine_has_path("avx512"))
+        GTEST_SKIP() << "this processor has no avx512 path";
+    std::vector<std::int64_t> rows;
+    for (std::int64_t rest = 1; rest <= 8; ++rest)
+        rows.insert(rows.end(), {16 + rest, 32 + rest, 64 + rest});
+    int turn = 0;
+    for (const std::int64_t m : rows)
+        for (const std::int64_t n : {33, 36, 37, 38, 39, 42, 43})
+            for (const std::int64_t k : {1, 7, 16, 135})
+                for (const std::int64_t pad : {0, 1})
+                    for (int transposition = 0; transposition < 4; ++transposition, ++turn) {
+                        gemm_shape s = shape(m, n, k, pad);
+                        s.side = turn / 4 % 2 == 0 ? guard::at_end : guard::at_start;
+                        expect_sums_in_order(tesh_test::nocopy_avx512(), s, transposition, turn % 3);
+                        if (testing::Test::HasFatalFailure())
+                            return;
+                    }
 }
 
 // A at an odd float, or with an odd leading dimension, is copied where more columns than the limit use it.
@@ -274,31 +294,48 @@ TEST_P(sgemm_kernel_nocopy, operands_of_any_alignment)
 }
 
 // A lane or a depth step beyond an operand holds nothing that an infinity could turn into a NaN, and raises no flag.
+// The infinity is element (step, n-1) of op(B), all others are 1.
+void expect_infinity_in_its_column(const nocopy_path &p, gemm_shape s, int transposition, std::int64_t step)
+{
+    s.transa = tesh_test::nocopy_classes[transposition][0];
+    s.transb = tesh_test::nocopy_classes[transposition][1];
+    tesh_test::gemm_operands x(s);
+    for (tesh_test::guarded_array<float> *operand : {&x.a, &x.b, &x.c})
+        std::fill(operand->begin(), operand->end(), 1.0f);
+    x.b[static_cast<std::size_t>(s.transb == 'N' ? (s.n - 1) * s.ldb() + step : s.n - 1 + step * s.ldb())] = INFINITY;
+    const unsigned clean = _mm_getcsr() & ~0x3fu;
+    _mm_setcsr(clean);
+    x.run(tesh_test::as_product(p.kernels[transposition][1]));
+    ASSERT_EQ(_mm_getcsr() & 0x3fu, 0u) << s.name() << " step " << step;
+    for (std::int64_t j = 0; j < s.n; ++j)
+        for (std::int64_t i = 0; i < s.m; ++i)
+            ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)],
+                      j == s.n - 1 ? INFINITY : static_cast<float>(s.k + 1))
+                << s.name();
+}
 TEST_P(sgemm_kernel_nocopy, infinities_stay_in_their_row_and_column_and_raise_no_flag)
 {
     for (int transposition = 0; transposition < 4; ++transposition)
         for (std::int64_t m = 1; m <= p.tile_m + 1; ++m)
             for (std::int64_t n = 1; n <= p.tile_n + 1; ++n)
                 for (const std::int64_t step : {0, 1, 3, 6, 10, 74}) {
-                    const std::int64_t k = step < 11 ? 11 : 75;
-                    gemm_shape s = shape(m, n, k);
-                    s.transa = tesh_test::nocopy_classes[transposition][0];
-                    s.transb = tesh_test::nocopy_classes[transposition][1];
-                    tesh_test::gemm_operands x(s);
-                    for (tesh_test::guarded_array<float> *operand : {&x.a, &x.b, &x.c})
-                        std::fill(operand->begin(), operand->end(), 1.0f);
-                    // Element (step, n-1) of op(B).
-                    x.b[static_cast<std::size_t>(s.transb == 'N' ? (n - 1) * s.ldb() + step : n - 1 + step * s.ldb())] =
-                        INFINITY;
-                    const unsigned clean = _mm_getcsr() & ~0x3fu;
-                    _mm_setcsr(clean);
-                    x.run(tesh_test::as_product(p.kernels[transposition][1]));
-                    ASSERT_EQ(_mm_getcsr() & 0x3fu, 0u) << s.name() << " step " << step;
-                    for (std::int64_t j = 0; j < n; ++j)
-                        for (std::int64_t i = 0; i < m; ++i)
-                            ASSERT_EQ(x.c[static_cast<std::size_t>(j * s.ldc() + i)],
-                                      j == n - 1 ? INFINITY : static_cast<float>(k + 1))
-                                << s.name();
+                    expect_infinity_in_its_column(p, shape(m, n, step < 11 ? 11 : 75), transposition, step);
+                    if (HasFatalFailure())
+                        return;
+                }
+}
+// Rows of every count in a last register, in place and beside their copy into the panel.
+TEST_P(sgemm_kernel_nocopy, infinities_of_many_columns_stay_in_theirs_and_raise_no_flag)
+{
+    for (int transposition = 0; transposition < 4; ++transposition)
+        for (std::int64_t m = 1; m <= 48; ++m)
+            for (const std::int64_t n : {33, 38, 44})
+                for (const std::int64_t pad : {0, 1}) {
+                    gemm_shape s = shape(m, n, 11);
+                    s.pad_a = pad;
+                    expect_infinity_in_its_column(p, s, transposition, 10 * pad);
+                    if (HasFatalFailure())
+                        return;
                 }
 }
 
