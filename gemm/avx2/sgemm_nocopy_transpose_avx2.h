@@ -45,7 +45,7 @@ inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda
 }
 
 // Eight depth steps of 16 rows, lda apart, into the panel, while twelve registers hold sums: the four that are left do
-// for four rows at a time, half of which are loaded twice. Half a register is stored at a time.
+// for four rows at a time, all but the first of which are loaded twice. Half a register is stored at a time.
 [[gnu::always_inline]] inline void transpose_beside_sums(const float *rows, int64_t lda, int64_t three, float *panel)
 {
     const auto put = [&](__m256 x, int step) __attribute__((always_inline))
@@ -61,7 +61,7 @@ inline void transpose_rows(int64_t count, int64_t k, const float *a, int64_t lda
         __m256 y = _mm256_unpacklo_ps(vec_avx2::load(rows + 2 * lda), vec_avx2::load(rows + three));
         put(_mm256_shuffle_ps(x, y, 0x44), 0);
         put(_mm256_shuffle_ps(x, y, 0xee), 1);
-        __asm__ volatile("" : "+r"(rows) : : "memory"); // rows 2 and 3 are loaded again, not kept
+        __asm__ volatile("" : "+r"(rows) : : "memory"); // rows 1 to 3 are loaded again, not kept
         x = _mm256_unpackhi_ps(first, vec_avx2::load(rows + lda));
         y = _mm256_unpackhi_ps(vec_avx2::load(rows + 2 * lda), vec_avx2::load(rows + three));
         put(_mm256_shuffle_ps(x, y, 0x44), 2);
