@@ -16,21 +16,25 @@ namespace
 {
 tesh_test::vcpu_profile current;
 
-// Counts of the questions, by leaf and sub-leaf.
+// Counts of the questions, by leaf and sub-leaf in one number. Threads ask at the same time.
+constexpr std::uint64_t nothing_yet = ~std::uint64_t(0);
 struct question {
-    std::uint32_t leaf, subleaf;
-    std::atomic<int> count;
+    std::atomic<std::uint64_t> leaves = nothing_yet;
+    std::atomic<int> count = 0;
 };
 question questions[64];
 
+std::uint64_t leaves_of(std::uint32_t leaf, std::uint32_t subleaf)
+{
+    return std::uint64_t(leaf) << 32 | subleaf;
+}
+
 void count_question(std::uint32_t leaf, std::uint32_t subleaf)
 {
+    const std::uint64_t asked = leaves_of(leaf, subleaf);
     for (question &q : questions) {
-        if (q.count.load() == 0) {
-            q.leaf = leaf;
-            q.subleaf = subleaf;
-        }
-        if (q.leaf == leaf && q.subleaf == subleaf) {
+        std::uint64_t there = nothing_yet;
+        if (q.leaves.compare_exchange_strong(there, asked) || there == asked) {
             ++q.count;
             return;
         }
@@ -74,9 +78,19 @@ int tesh_test::asked(std::uint32_t leaf, std::uint32_t subleaf)
 {
     int count = 0;
     for (const question &q : questions) {
-        if (q.leaf == leaf && q.subleaf == subleaf)
+        if (q.leaves.load() == leaves_of(leaf, subleaf))
             count += q.count.load();
     }
+    return count;
+}
+
+// Expectations of the running test that failed so far. A child starts with its parent's.
+static int failures()
+{
+    const testing::TestResult &result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    int count = 0;
+    for (int i = 0; i < result.total_part_count(); ++i)
+        count += result.GetTestPartResult(i).failed();
     return count;
 }
 
@@ -87,12 +101,13 @@ tesh_test::child_result tesh_test::on_processor(const vcpu_profile &profile,
     constexpr int expectation_failed = 99;
     const child_result result = run_forked(
         [&] {
+            const int failed_before = failures();
             become(profile);
             body();
-            return testing::Test::HasFailure() ? expectation_failed : 0;
+            return failures() > failed_before ? expectation_failed : 0;
         },
         environment);
-    EXPECT_EQ(result.exit_code, exit_code) << result.out;
+    EXPECT_EQ(result.exit_code, exit_code) << result.out << result.err;
     EXPECT_EQ(result.signal, 0) << result.out << result.err;
     return result;
 }
