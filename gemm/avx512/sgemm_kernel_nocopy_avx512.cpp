@@ -168,6 +168,9 @@ struct nocopy_avx512 {
                                                                          ldb, beta, c, ldc);
         const int64_t count = source::in_place ? left : rows;
         const bool small = static_cast<uint64_t>(n) <= most_columns && max_of(count, n) * k <= fetched_elements;
+        if (rows == panel_m && !small && n > masked_rows<3>::tile_n && n < full_tiles_from<masked_rows<3>>)
+            return columns_without_full_tile<masked_rows<3>, b_transposed, form>(count, n, k, alpha, tile,
+                                                                                 s.depth_stride, b, ldb, beta, c, ldc);
         (rows > 32   ? by_columns<masked_rows<3>, b_transposed, form>
          : rows > 16 ? by_columns<masked_rows<2>, b_transposed, form>
                      : by_columns<masked_rows<1>, b_transposed, form>)[small ? n : 0](

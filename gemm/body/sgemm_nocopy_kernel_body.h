@@ -346,6 +346,29 @@ template <class rows>
 constexpr int64_t full_tiles_from = rows::widest == rows::tile_n ? rows::tile_n
                                                                  : max_of(rows::widest + 1, rows::tile_n + 4);
 
+template <class rows, int cols, bool b_transposed, beta_form form>
+[[gnu::always_inline]] inline void fetching_tile(const rows &r, int64_t k, float alpha, const float *a, int64_t a_depth,
+                                                 const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+{
+    nocopy_tile<rows, cols, b_transposed, form>(r, fetch_in_place<rows, b_transposed>{r, {b, ldb}}, k, alpha, a,
+                                                a_depth, b, ldb, beta, c, ldc);
+}
+
+// More columns than a full tile takes, but too few for one to be cut off: the first tile asks for the rows behind.
+template <class rows, bool b_transposed, beta_form form>
+[[gnu::noinline]] void columns_without_full_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
+                                                 int64_t a_depth, const float *b, int64_t ldb, const float *beta,
+                                                 float *c, int64_t ldc)
+{
+    constexpr int half = full_tiles_from<rows> / 2;
+    const rows r(m);
+    if (n == rows::widest)
+        return fetching_tile<rows, rows::widest, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+    fetching_tile<rows, half, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+    by_columns<rows, b_transposed, form>[n - half](m, n - half, k, alpha, a, a_depth,
+                                                   b + half * (b_transposed ? 1 : ldb), ldb, beta, c + half * ldc, ldc);
+}
+
 // One row tile, the first of m rows, against all columns.
 template <class rows, bool b_transposed, beta_form form>
 [[gnu::noinline]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
@@ -359,10 +382,8 @@ template <class rows, bool b_transposed, beta_form form>
     // sums, and full tiles fetch.
     constexpr int64_t least_fetched = rows::vecs == 1 ? tile_n : least;
     if (max_of(m, n) * k > fetched_elements)
-        for (bool first = n >= tile_n; first || n >= least_fetched || n == tile_n;
-             first = false, n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
-            nocopy_tile<rows, tile_n, b_transposed, form>(r, fetch_in_place<rows, b_transposed>{r, {b, ldb}}, k, *alpha,
-                                                          a, a_depth, b, ldb, beta, c, ldc);
+        for (; n >= least_fetched || n == tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
+            fetching_tile<rows, tile_n, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
     for (; n >= least; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
         nocopy_tile<rows, tile_n, b_transposed, form>(r, no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
     if constexpr (least > rows::widest + 1)
