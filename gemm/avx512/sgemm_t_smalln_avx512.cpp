@@ -139,13 +139,20 @@ template <int rows, int cols, bool read_c, bool fetches = false> inline void til
     // Zero in the lanes of no row, where an infinite factor would raise a flag.
     const __m128 alpha = _mm_maskz_mov_ps(valid, _mm_set1_ps(x.alpha)),
                  beta = _mm_maskz_mov_ps(valid, _mm_set1_ps(x.beta));
+    // C is read before any of it is written: a store under a mask has its full width in memory, and the load of the
+    // next column would wait for it.
+    float *const c = x.c + i;
+    __m128 old[cols];
+    if constexpr (read_c)
+#pragma GCC unroll 3
+        for (int j = 0; j < cols; ++j)
+            old[j] = _mm_maskz_loadu_ps(valid, c + j * x.ldc);
 #pragma GCC unroll 3
     for (int j = 0; j < cols; ++j) {
-        float *c = x.c + i + j * x.ldc;
         __m128 value = _mm_mul_ps(alpha, sums<rows>(acc[0][j]));
         if constexpr (read_c)
-            value = _mm_fmadd_ps(beta, _mm_maskz_loadu_ps(valid, c), value);
-        _mm_mask_storeu_ps(c, valid, value);
+            value = _mm_fmadd_ps(beta, old[j], value);
+        _mm_mask_storeu_ps(c + j * x.ldc, valid, value);
     }
 }
 
