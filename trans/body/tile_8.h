@@ -40,17 +40,23 @@ template <class how> [[gnu::always_inline]] inline void put_halves(float *p, __m
     }
 }
 
-// 4 lines of 8 elements: column c of them in the low half of t[c], column 4 + c in the high half.
-[[gnu::always_inline]] inline void turn_4x8(__m256 *t, const float *a, uint64_t lda)
+// t[c]: element c of each register's low half, and of each high half.
+[[gnu::always_inline]] inline void turn_halves(__m256 *t, __m256 r0, __m256 r1, __m256 r2, __m256 r3)
 {
-    const __m256 r0 = _mm256_loadu_ps(a), r1 = _mm256_loadu_ps(a + lda);
-    const __m256 r2 = _mm256_loadu_ps(a + 2 * lda), r3 = _mm256_loadu_ps(a + 3 * lda);
     const __m256 low01 = _mm256_unpacklo_ps(r0, r1), high01 = _mm256_unpackhi_ps(r0, r1);
     const __m256 low23 = _mm256_unpacklo_ps(r2, r3), high23 = _mm256_unpackhi_ps(r2, r3);
     t[0] = _mm256_shuffle_ps(low01, low23, 0x44);
     t[1] = _mm256_shuffle_ps(low01, low23, 0xee);
     t[2] = _mm256_shuffle_ps(high01, high23, 0x44);
     t[3] = _mm256_shuffle_ps(high01, high23, 0xee);
+}
+
+// 4 lines of 8 elements: column c of them in the low half of t[c], column 4 + c in the high half.
+[[gnu::always_inline]] inline void turn_4x8(__m256 *t, const float *a, uint64_t lda)
+{
+    const __m256 r0 = _mm256_loadu_ps(a), r1 = _mm256_loadu_ps(a + lda);
+    const __m256 r2 = _mm256_loadu_ps(a + 2 * lda), r3 = _mm256_loadu_ps(a + 3 * lda);
+    turn_halves(t, r0, r1, r2, r3);
 }
 
 // 8 lines of 4 elements: t[c] is column c of them.
@@ -61,12 +67,7 @@ template <class how> [[gnu::always_inline]] inline void put_halves(float *p, __m
                                     1);
     };
     const __m256 r0 = lines_apart_4(0), r1 = lines_apart_4(1), r2 = lines_apart_4(2), r3 = lines_apart_4(3);
-    const __m256 low01 = _mm256_unpacklo_ps(r0, r1), high01 = _mm256_unpackhi_ps(r0, r1);
-    const __m256 low23 = _mm256_unpacklo_ps(r2, r3), high23 = _mm256_unpackhi_ps(r2, r3);
-    t[0] = _mm256_shuffle_ps(low01, low23, 0x44);
-    t[1] = _mm256_shuffle_ps(low01, low23, 0xee);
-    t[2] = _mm256_shuffle_ps(high01, high23, 0x44);
-    t[3] = _mm256_shuffle_ps(high01, high23, 0xee);
+    turn_halves(t, r0, r1, r2, r3);
 }
 
 struct moves_8 {
