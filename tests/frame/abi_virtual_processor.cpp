@@ -55,7 +55,7 @@ protected:
         static const tesh_test::child_result mode = run_on("avx2", {}, "mode");
         constexpr int no_filter = 126;
         if (mode.exit_code == no_filter)
-            GTEST_SKIP() << "this system refuses system-call filters";
+            GTEST_SKIP() << "this system refuses system-call filters (seccomp), by which arch_prctl is played";
         ASSERT_EQ(mode.exit_code, 0) << mode.err;
         ASSERT_TRUE(mode.out == "CPUID faults" || mode.out == "single steps") << mode.out;
         RecordProperty("mode", mode.out);

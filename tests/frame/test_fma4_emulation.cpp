@@ -20,7 +20,7 @@ protected:
     void SetUp() override
     {
         if (!tesh_test::machine_has_path("avx2"))
-            GTEST_SKIP() << "the frames of this machine have no 256-bit registers";
+            GTEST_SKIP() << "no AVX2 on this machine: its signal frames hold no 256-bit registers";
         tesh_test::install_fma4_emulation();
     }
 };
