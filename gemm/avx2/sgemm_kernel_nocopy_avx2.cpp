@@ -7,11 +7,12 @@
 //            apart
 // prefetch   the next tile's columns of B, every line once, and the next 16 rows of A, also where they go through the
 //            panel; small blocks nothing
-// edges      rest rows by 8, then 4, 2, 1, each with registers of its width, TN with several steps in a full register
-//            (sgemm_nocopy_narrow_avx2.h), as are all rows where the columns are few and the depth is not small; a
-//            branch for each count of columns
+// edges      rest rows by 8, then 4, 2, 1, these with several columns or several steps in a full register from depth 16
+//            on (sgemm_nocopy_rests_avx2.h), TN always with several steps (sgemm_nocopy_narrow_avx2.h), as are all rows
+//            where the columns are few and the depth is not small; a branch for each count of columns
 // measured   96 % of the multiply-add peak at 32 x 32 x 32 and at 64 x 64 x 64, NN (bench_sgemm --group small)
 #include "gemm/avx2/sgemm_nocopy_narrow_avx2.h"
+#include "gemm/avx2/sgemm_nocopy_rests_avx2.h"
 #include "gemm/avx2/sgemm_nocopy_transpose_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
 #include "gemm/body/sgemm_nocopy_kernel_body.h"
@@ -76,20 +77,17 @@ struct nocopy_avx2 {
             return;
         }
         if (m & 4) {
-            row_tile<whole_rows<lanes<4>, 1>, b_transposed, form>(4, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
-                                                                  ldc);
+            rest_of_rows<4, b_transposed, form>(n, k, alpha, a, s.depth_stride, b, ldb, beta, c, ldc);
             a += 4;
             c += 4;
         }
         if (m & 2) {
-            row_tile<whole_rows<lanes<2>, 1>, b_transposed, form>(2, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
-                                                                  ldc);
+            rest_of_rows<2, b_transposed, form>(n, k, alpha, a, s.depth_stride, b, ldb, beta, c, ldc);
             a += 2;
             c += 2;
         }
         if (m & 1)
-            row_tile<whole_rows<lanes<1>, 1>, b_transposed, form>(1, n, k, alpha, a, s.depth_stride, b, ldb, beta, c,
-                                                                  ldc);
+            rest_of_rows<1, b_transposed, form>(n, k, alpha, a, s.depth_stride, b, ldb, beta, c, ldc);
     }
     template <bool b_transposed, beta_form form>
     [[gnu::always_inline]] static inline void rows_as_they_lie(int64_t m, int64_t n, int64_t k, const float *alpha,

@@ -106,6 +106,10 @@ template <int rows> struct rows_copied {
                     fetch_read(next + lda);
             }
     }
+    static inline last_steps rest(int64_t k)
+    {
+        return {vec_avx2::first(k)};
+    }
     inline void advance()
     {
         panel += 8 * rows;
@@ -128,6 +132,7 @@ template <int rows> struct rows_of_panel {
         if constexpr (rows > 1)
             x[1] = vec_avx2::load(panel + (2 * pair + 1) * 8);
     }
+    static inline last_steps rest(int64_t k) { return {vec_avx2::first(k)}; }
     inline void fetch(int64_t) const {}
     inline void advance() { panel += 8 * rows; }
 };
@@ -279,7 +284,7 @@ template <int rows, int cols> struct paired_tile {
             __asm__("" : "+r"(three[0]), "+r"(three[1]));
         }
         if (k > 0)
-            multiply_rows(a, last_steps{vec_avx2::first(k)}); // loads under a mask are slow
+            multiply_rows(a, source::rest(k)); // loads under a mask are slow
     }
     template <beta_form form>
     [[gnu::always_inline]] inline void store(float alpha, const float *beta, float *c, int64_t ldc) const
@@ -332,8 +337,9 @@ template <int rows, int cols, beta_form form>
 }
 // One tile out of the panel, c at its first element.
 template <int rows, int cols, beta_form form>
-[[gnu::noinline]] void next_paired_columns(int64_t k, const float *alpha, const float *panel, const float *b,
-                                           int64_t ldb, const float *beta, float *c, int64_t ldc, int64_t b_ahead)
+[[gnu::noinline, gnu::aligned(64)]] void next_paired_columns(int64_t k, const float *alpha, const float *panel,
+                                                             const float *b, int64_t ldb, const float *beta, float *c,
+                                                             int64_t ldc, int64_t b_ahead)
 {
     paired_tile<rows, cols> t(b, ldb);
     t.multiply_depth(rows_of_panel<rows>{panel}, k, b_ahead);
@@ -415,7 +421,7 @@ template <int rows, beta_form form>
     if (l > 0)
 #pragma GCC unroll 2
         for (int p = 0; p < source.pairs; ++p)
-            source.both_halves(p, last_steps{vec_avx2::first(l)}, x);
+            source.both_halves(p, source.rest(l), x);
     for (; n >= widest; n -= widest, b += widest * ldb, c += widest * ldc)
         next_paired_columns<rows, widest, form>(k, alpha, panel, b, ldb, beta, c, ldc, 0);
     if (n > 0)

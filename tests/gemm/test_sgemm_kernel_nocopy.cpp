@@ -120,7 +120,6 @@ TEST_P(sgemm_kernel_nocopy, every_depth_up_to_20_and_around_the_blocks)
                 return;
 }
 
-// Rows and columns that are runs of depth may be multiplied several steps at a time where the columns are few.
 TEST_P(sgemm_kernel_nocopy, blocks_without_rows_columns_or_depth)
 {
     for (const std::int64_t m : {0, 1, 7, 25})
@@ -131,6 +130,20 @@ TEST_P(sgemm_kernel_nocopy, blocks_without_rows_columns_or_depth)
                         return;
 }
 
+// The last rows of a block may share registers among columns or among depth steps.
+TEST_P(sgemm_kernel_nocopy, few_rows_against_any_number_of_columns)
+{
+    for (std::int64_t m = 1; m <= 7; ++m)
+        for (std::int64_t n = 1; n <= 100; ++n)
+            for (int transposition = 0; transposition < 4; ++transposition) {
+                gemm_shape s = shape(m, n, n % 10 == 0 ? 75 : 14 + (m + n) % 13, n % 3);
+                s.alpha = n % 2 == 0 ? 1.0f : -0.7f;
+                if (!check(s, transposition, static_cast<int>((m + n + transposition) % 3)))
+                    return;
+            }
+}
+
+// Rows and columns that are runs of depth may be multiplied several steps at a time where the columns are few.
 TEST_P(sgemm_kernel_nocopy, few_columns_of_deep_transposed_products)
 {
     constexpr int a_transposed = 2;
