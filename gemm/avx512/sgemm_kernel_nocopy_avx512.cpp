@@ -135,15 +135,13 @@ struct nocopy_avx512 {
             transpose_rows<8, false>(rows, k, a, lda, panel);
     }
 
-    // 48 rows at a time; where 49 to 64 are left, 32 and the rest: a tile of one register has too few sums to keep the
-    // multipliers busy.
     template <bool b_transposed, beta_form form, class source>
     static inline void row_tiles(int64_t m, int64_t n, int64_t k, const float *alpha, const source &s, const float *b,
                                  int64_t ldb, const float *beta, float *c, int64_t ldc)
     {
         for (int64_t i = 0, rows; i < m; i += rows) {
             const int64_t left = m - i;
-            rows = left > 64 ? 48 : left > 48 ? 32 : left;
+            rows = next_rows(left);
             if (takes_shared_columns(rows, n))
                 last_rows<b_transposed, form>(i, rows, n, k, *alpha, s, b, ldb, beta, c + i, ldc);
             else if constexpr (source::in_place || source::transposed)

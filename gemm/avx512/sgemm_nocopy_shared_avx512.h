@@ -154,8 +154,9 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
 }
 
 template <class rows, int cols, bool b_transposed, beta_form form>
-[[gnu::noinline]] void single_shared_tile(int64_t m, int64_t k, float alpha, const float *a, int64_t a_depth,
-                                          const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void single_shared_tile(int64_t m, int64_t k, float alpha, const float *a,
+                                                            int64_t a_depth, const float *b, int64_t ldb,
+                                                            const float *beta, float *c, int64_t ldc)
 {
     shared_tile<rows, cols, b_transposed, form>(rows(m), no_fetch(), k, alpha, a, a_depth, b, ldb, beta, c, ldc);
 }
@@ -198,6 +199,16 @@ template <class rows, bool b_transposed, beta_form form>
         cols = n <= tile_n ? n : (n + 1) / 2;
         last[cols - shared_least_columns](m, k, alpha, a, a_depth, b, ldb, beta, c, ldc);
     }
+}
+
+// Rows of the next tile: 48 at a time; where 49 to 64 are left, 32 and the rest, for a tile of one register has too few
+// sums to keep the multipliers busy. Where 65 to 72 or 97 to 104 are left, 32, once or twice, and then 33 to 40: 17 to
+// 24 would have as many products in all, but half as many for each element of B.
+constexpr int64_t next_rows(int64_t left)
+{
+    if (left <= 48)
+        return left;
+    return left <= 72 || (left > 96 && left <= 104) ? 32 : 48;
 }
 
 // The last rows of a block, 17 to 24 or 33 to 40, from row i of a source on (sgemm_nocopy_kernel_body.h).

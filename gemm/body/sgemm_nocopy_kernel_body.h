@@ -304,8 +304,8 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
 
 constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
 
-// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump. It
-// begins with a line of code: where it did not, 8 x 8 x 8 took a tenth longer.
+// One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump.
+// Functions with loops over depth begin with a line of code: where this one did not, 8 x 8 x 8 took a tenth longer.
 template <class rows, int cols, bool b_transposed, beta_form form>
 [[gnu::noinline, gnu::aligned(64)]] void single_tile(int64_t m, int64_t, int64_t k, const float *alpha, const float *a,
                                                      int64_t a_depth, const float *b, int64_t ldb, const float *beta,
@@ -315,8 +315,9 @@ template <class rows, int cols, bool b_transposed, beta_form form>
 }
 
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::noinline]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
-                                   const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc);
+[[gnu::noinline, gnu::aligned(64)]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                     const float *a, int64_t a_depth, const float *b, int64_t ldb,
+                                                     const float *beta, float *c, int64_t ldc);
 
 // One row tile against n columns: each count of them up to the widest tile has code of its own, at its index, and 0 is
 // for all others.
@@ -356,9 +357,9 @@ template <class rows, int cols, bool b_transposed, beta_form form>
 
 // More columns than a full tile takes, but too few for one to be cut off: the first tile asks for the rows behind.
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::noinline]] void columns_without_full_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a,
-                                                 int64_t a_depth, const float *b, int64_t ldb, const float *beta,
-                                                 float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void
+columns_without_full_tile(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
+                          const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     constexpr int half = full_tiles_from<rows> / 2;
     const rows r(m);
@@ -371,8 +372,9 @@ template <class rows, bool b_transposed, beta_form form>
 
 // One row tile, the first of m rows, against all columns.
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::noinline]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t a_depth,
-                                   const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void all_columns(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                     const float *a, int64_t a_depth, const float *b, int64_t ldb,
+                                                     const float *beta, float *c, int64_t ldc)
 {
     constexpr int tile_n = rows::tile_n;
     constexpr int64_t least = full_tiles_from<rows>;
@@ -410,9 +412,9 @@ template <class rows, bool b_transposed, beta_form form>
 // A full row tile in the panel against all columns, a tile of them at least. The first tile fetches the rows behind:
 // they lie lda apart, the first at next.
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::noinline]] void panel_columns(const float *next, int64_t lda, int64_t n, int64_t k, const float *alpha,
-                                     const float *a, const float *b, int64_t ldb, const float *beta, float *c,
-                                     int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void panel_columns(const float *next, int64_t lda, int64_t n, int64_t k,
+                                                       const float *alpha, const float *a, const float *b, int64_t ldb,
+                                                       const float *beta, float *c, int64_t ldc)
 {
     constexpr int tile_n = rows::tile_n, panel_m = rows::vecs * rows::v::width;
     nocopy_tile<rows, tile_n, b_transposed, form>(rows(panel_m),
@@ -425,9 +427,9 @@ template <class rows, bool b_transposed, beta_form form>
 
 // A row tile that lies badly against all columns, more than a tile of them: the first tile copies it into the panel.
 template <class rows, bool b_transposed, beta_form form>
-[[gnu::noinline]] void copied_columns(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
-                                      float *panel, const float *b, int64_t ldb, const float *beta, float *c,
-                                      int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void copied_columns(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                        const float *a, int64_t lda, float *panel, const float *b,
+                                                        int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     constexpr int tile_n = rows::tile_n;
     const rows r(m);

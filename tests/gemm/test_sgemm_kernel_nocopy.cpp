@@ -202,7 +202,7 @@ TEST(sgemm_kernel_nocopy_avx512, a_last_register_of_few_rows_adds_the_depth_in_i
         GTEST_SKIP() << "this processor has no avx512 path";
     std::vector<std::int64_t> rows;
     for (std::int64_t rest = 1; rest <= 8; ++rest)
-        rows.insert(rows.end(), {16 + rest, 32 + rest, 64 + rest});
+        rows.insert(rows.end(), {16 + rest, 32 + rest, 64 + rest, 96 + rest});
     int turn = 0;
     for (const std::int64_t m : rows)
         for (const std::int64_t n : {33, 36, 37, 38, 39, 42, 43})
