@@ -348,6 +348,20 @@ TEST_F(somatcopy, results_that_no_cache_would_keep)
         }
 }
 
+// From 8 MiB on, blocks of 40 lines have code of their own: runs of B that begin with every element of a cache line, one
+// to three columns left over, the last block whole or not.
+TEST_F(somatcopy, blocks_of_40_lines_that_outgrow_the_caches)
+{
+    for (const members *m : trans_test::members_to_run())
+        for (uint64_t pad = 0; pad < 16; ++pad) {
+            check(*m, {'R', 'T', 1040, 2065, 1.0f, 4099, 1040 + pad}, true);
+            if (pad % 5 <= 1)
+                check(*m, {'R', 'T', 1055, 2066 + pad % 2, 1.0f, 4101, 1055 + pad}, false, pad % 2 * 8);
+            if (HasFatalFailure())
+                return;
+        }
+}
+
 // Sizes around powers of two with lines from the least to three elements more, and at powers of two.
 TEST_F(somatcopy, sizes_around_powers_of_two_with_every_short_padding)
 {

@@ -3,6 +3,7 @@
 // lines, where B is aligned to a register; a direct loop elsewhere and for a handful of lines.
 #pragma once
 #include "trans/body/block_kernel.h"
+#include "trans/body/tile_40.h"
 #include "trans/body/tile_8.h"
 
 namespace
@@ -156,6 +157,12 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
     if (group != 1) {
         transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? strip_ahead : 0), copy_runs<stream>>(
             rows, cols, a, lda, b, ldb, group);
+    } else if (where == target::far && rows == tall_lines && line % aliased_bytes != 0) {
+        trans_took(trans_route_kernel);
+        const auto tall = line % (4 * sizeof *b) == 0             ? transpose_tall<4, true>
+                          : path::store_width(b, ldb, lanes) == 4 ? transpose_tall<4, false>
+                                                                  : transpose_tall<8, false>;
+        tall(cols, a, lda, b, ldb);
     } else if (path::store_width(b, ldb, lanes) == 4) {
         if (!stream && line % (2 * aliased_bytes) == 0) // four stores a cache line keep fewer lines in the queue
             transpose_stored<4, target::near, 1>(rows, cols, a, lda, b, ldb);
@@ -228,11 +235,11 @@ void somatcopy2_t_panels(uint64_t n_outer, uint64_t n_inner, const float *a, uin
         return;
     if (reinterpret_cast<uintptr_t>(b) % path::aligned_bytes != 0 || n_outer < kernel_least_outer) {
         direct_loop(n_outer, n_inner, a, lda, b, ldb);
-    } else if (bypasses_caches(n_outer, n_inner, b, ldb)) {
-        transpose_panels<path, target::streamed>(n_outer, n_inner, a, lda, b, ldb);
-        _mm_sfence(); // before any store that follows
     } else if (n_outer * n_inner * sizeof *b >= far_least) {
-        transpose_panels<path, target::far>(n_outer, n_inner, a, lda, b, ldb);
+        (bypasses_caches(n_outer, n_inner, b, ldb)
+             ? transpose_panels<path, target::streamed>
+             : transpose_panels<path, target::far>)(n_outer, n_inner, a, lda, b, ldb);
+        _mm_sfence(); // streaming stores, before any store that follows
     } else {
         transpose_panels<path, target::near>(n_outer, n_inner, a, lda, b, ldb);
     }
