@@ -362,6 +362,21 @@ TEST_F(somatcopy, blocks_of_40_lines_that_outgrow_the_caches)
         }
 }
 
+// From 8 MiB on, blocks whose lines are multiples of 32768 bytes apart, or near them, go through a buffer to lines of B
+// that begin with every quarter of a cache line; blocks of 8 lines are fetched ahead.
+TEST_F(somatcopy, aliased_lines_that_outgrow_the_caches)
+{
+    constexpr uint64_t leads[][2] = {{8192, 1041}, {8200, 1044}, {8312, 1048},
+                                     {8193, 1052}, {8192, 1056}, {4096, 1024}};
+    for (const members *m : trans_test::members_to_run())
+        for (const auto &lead : leads) {
+            check(*m, {'R', 'T', lead[1] - lead[1] % 40, 2097, 1.0f, lead[0], lead[1]}, true);
+            check(*m, {'R', 'T', lead[1], 2101, 1.0f, lead[0], lead[1]}, false);
+            if (HasFatalFailure())
+                return;
+        }
+}
+
 // Sizes around powers of two with lines from the least to three elements more, and at powers of two.
 TEST_F(somatcopy, sizes_around_powers_of_two_with_every_short_padding)
 {

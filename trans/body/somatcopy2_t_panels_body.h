@@ -23,8 +23,9 @@ constexpr uint64_t stream_least = uint64_t(12) << 20, stream_least_aliased = uin
 
 // [bytes] of B from which what the third cache keeps of both arrays comes too late if it is not fetched ahead.
 constexpr uint64_t far_least = uint64_t(8) << 20;
-constexpr uint64_t far_ahead = 64;    // [elements] of prefetches of A there
-constexpr uint64_t far_run_ahead = 8; // [steps] of prefetches of B
+constexpr uint64_t far_ahead = 64;            // [elements] of prefetches of A there
+constexpr uint64_t far_run_ahead = 8;         // [steps] of prefetches of B
+constexpr uint64_t far_run_ahead_aliased = 4; // the same for blocks of 8 lines whose lines of B share sets
 
 constexpr uint64_t stream_ahead = 32; // [elements] of prefetches of A beside streaming stores
 constexpr uint64_t strip_ahead = 32;  // [columns] of strips and groups of a block that has no code of its own
@@ -114,18 +115,21 @@ inline void copy_run(uint64_t n, const float *x, float *y)
 // lines lines of length elements, one behind the other at x, to lines of b.
 template <bool stream> inline void copy_runs(uint64_t lines, uint64_t length, const float *x, float *b, uint64_t ldb)
 {
-    if constexpr (stream) { // lines are whole cache lines apart: first what is less than one, at both ends
-        const uint64_t past = reinterpret_cast<uintptr_t>(b) % cache_line_bytes / sizeof *b;
-        const uint64_t to_next = past == 0 ? 0 : cache_line_bytes / sizeof *b - past;
-        const uint64_t front = smaller_of(to_next, length);
-        const uint64_t tail = (length - front) % (cache_line_bytes / sizeof *b), last = length - tail;
+    if constexpr (stream) { // first what is less than a cache line, at both ends
+        constexpr uint64_t cache_line = cache_line_bytes / sizeof *b;
+        const auto front = [=](uint64_t k) {
+            const uint64_t past = reinterpret_cast<uintptr_t>(b + k * ldb) % cache_line_bytes / sizeof *b;
+            return smaller_of((cache_line - past) % cache_line, length);
+        };
         for (uint64_t k = 0; k < lines; ++k) {
-            copy_run(front, x + k * length, b + k * ldb);
-            copy_run(tail, x + k * length + last, b + k * ldb + last);
+            const uint64_t first = front(k), tail = (length - first) % cache_line;
+            copy_run(first, x + k * length, b + k * ldb);
+            copy_run(tail, x + (k + 1) * length - tail, b + k * ldb + length - tail);
         }
         for (uint64_t k = 0; k < lines; ++k)
-            for (uint64_t i = front; i < last; i += 8)
-                _mm256_stream_ps(b + k * ldb + i, _mm256_loadu_ps(x + k * length + i));
+            for (uint64_t i = front(k); i + cache_line <= length; i += cache_line)
+                for (uint64_t part = i; part < i + cache_line; part += 8)
+                    _mm256_stream_ps(b + k * ldb + part, _mm256_loadu_ps(x + k * length + part));
     } else {
         for (uint64_t k = 0; k < lines; ++k)
             copy_run(length, x + k * length, b + k * ldb);
@@ -155,8 +159,11 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
     constexpr bool stream = where == target::streamed;
     const uint64_t line = ldb * sizeof *b;
     if (group != 1) {
-        transpose_grouped<moves_8, run_store<8, false, 0>, (stream ? strip_ahead : 0), copy_runs<stream>>(
-            rows, cols, a, lda, b, ldb, group);
+        constexpr uint64_t ahead = where == target::near ? 0 : strip_ahead;
+        const auto grouped = where != target::near && line % (4 * sizeof *b) == 0
+                                 ? transpose_grouped<moves_8, run_store<8, false, 0>, ahead, copy_runs<true>>
+                                 : transpose_grouped<moves_8, run_store<8, false, 0>, ahead, copy_runs<false>>;
+        grouped(rows, cols, a, lda, b, ldb, group);
     } else if (where == target::far && rows == tall_lines && line % aliased_bytes != 0) {
         trans_took(trans_route_kernel);
         const auto tall = line % (4 * sizeof *b) == 0             ? transpose_tall<4, true>
@@ -168,6 +175,9 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
             transpose_stored<4, target::near, 1>(rows, cols, a, lda, b, ldb);
         else
             transpose_stored<4, where, 0>(rows, cols, a, lda, b, ldb);
+    } else if (where == target::far && later && rows == 8 && lda >= ldb && line % (2 * aliased_bytes) == 0) {
+        trans_took(trans_route_kernel); // each cache line of B comes in twice
+        transpose_fixed<moves_8, run_store<8, false, 1, far_run_ahead_aliased>, 8, far_ahead>(cols, a, lda, b, ldb);
     } else if (!stream && line % (2 * aliased_bytes) == 0) {
         transpose_stored<8, target::near, 1, later>(rows, cols, a, lda, b, ldb);
     } else if (!stream && line % aliased_bytes == 0) { // twice the sets
