@@ -348,8 +348,8 @@ TEST_F(somatcopy, results_that_no_cache_would_keep)
         }
 }
 
-// From 8 MiB on, blocks of 40 lines have code of their own: runs of B that begin with every element of a cache line, one
-// to three columns left over, the last block whole or not.
+// From 8 MiB on, blocks of 40 lines have code of their own: runs of B that begin with every element of a cache line,
+// one to three columns left over, the last block whole or not.
 TEST_F(somatcopy, blocks_of_40_lines_that_outgrow_the_caches)
 {
     for (const members *m : trans_test::members_to_run())

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How 4 columns of 40 lines move in 256-bit registers, for avx2 and avx512 files: the blocks of matrices whose lines are
-// longer than a page, where neither array is in the caches.
+// How 4 columns of 40 lines move in 256-bit registers, for avx2 and avx512 files: the blocks of matrices whose lines
+// are longer than a page, where neither array is in the caches.
 //
 // A run of b is stored at once, and what it fills of cache lines bypasses the caches: b comes in from memory only where
 // a run begins and ends. Of b only the ends of runs are fetched ahead; their beginnings are the ends of the block in
@@ -75,8 +75,8 @@ template <int width, bool stream>
     }
 }
 
-// A block of 40 lines. Not inlined: beside the other forms of the block kernel its pointers would be spilled. Prefetches
-// stand between the stores of 4 columns, for many at once would wait for each other and all else for them.
+// A block of 40 lines. Not inlined: beside the other forms of the block kernel its pointers would be spilled.
+// Prefetches stand between the stores of 4 columns, for many at once would wait for each other and all else for them.
 template <int width, bool stream>
 [[gnu::noinline]] void transpose_tall(uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
