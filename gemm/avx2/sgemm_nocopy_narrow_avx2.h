@@ -14,7 +14,7 @@ namespace
 template <class v_, int vecs_> struct whole_rows {
     using v = v_;
     // With B in memory: 14.2 flops a cycle at 8 x 10000 x 1000 with one line ahead, 17.3 to 17.8 with two to four.
-    static constexpr int vecs = vecs_, tile_n = 6, widest = tile_n, columns_ahead = 64;
+    static constexpr int vecs = vecs_, tile_n = 6, widest = tile_n, columns_ahead = 64, steps_ahead = 0;
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit whole_rows(int64_t m) : ahead(m > 16 ? 16 : 0) {}
     // Only a full tile has another behind it in memory.

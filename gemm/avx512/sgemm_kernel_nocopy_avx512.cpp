@@ -6,7 +6,7 @@
 // loop       depth unrolled by 8, remainder by 1; from depth 16 on tiles of few sums add two to eight sets of steps
 //            apart
 // prefetch   the next tile's columns of B, every line once, and the next 48 rows of A, also where they go through the
-//            panel; small blocks nothing
+//            panel; small blocks columns of A, 8 steps on, for the first of their tiles of 32 rows
 // edges      rows under a mask in the last register, in loads, sums and stores; a branch for each count of columns; A
 //            at an odd float is copied into the panel by the first tile
 // measured   96 % of the multiply-add peak at 32 x 32 x 32, 98 % at 96 x 96 x 96, NN (bench_sgemm --group small)
@@ -20,7 +20,7 @@ namespace
 template <int vecs_> struct masked_rows {
     using v = lanes<16>;
     static constexpr int vecs = vecs_, panel_m = 48, tile_n = 8, widest = vecs == 1 ? 16 : vecs == 2 ? 12 : 9;
-    static constexpr int columns_ahead = 16;
+    static constexpr int columns_ahead = 16, steps_ahead = vecs == 2 ? 8 : 0;
     __mmask16 last;
     int64_t ahead; // distance of the next row tile, or 0 [elements]
     inline explicit masked_rows(int64_t m)

@@ -15,6 +15,8 @@
 // rows is a row tile:
 //   tile_n, widest      columns of its tiles, of the last one at most
 //   columns_ahead       distance at which a row of B is fetched [elements], a whole number of lines
+//   steps_ahead         depth steps at which A is fetched for the first tile of a small block, 0 where it is not; with
+//                       them panel_m, the stride of the panel, which is not fetched
 //   v, vecs             its registers
 #pragma once
 #include "frame/path/path_util.h"
@@ -138,6 +140,18 @@ template <int count> struct row_fetch {
 // What a tile fetches in each of its steps, at a in A, and after each group of eight.
 struct no_fetch {
     [[gnu::always_inline]] inline void step(int, const float *) {}
+    inline void group() {}
+};
+// The columns of A a few steps on: what a small block waits for where it comes from beyond the first-level cache.
+template <class rows> struct fetch_steps {
+    int64_t ahead;
+    inline explicit fetch_steps(int64_t a_depth) : ahead(rows::steps_ahead * a_depth) {}
+    [[gnu::always_inline]] inline void step(int, const float *a) const
+    {
+#pragma GCC unroll 3
+        for (int i = 0; i < rows::vecs; ++i)
+            fetch_read(a + ahead + i * rows::v::width);
+    }
     inline void group() {}
 };
 template <class rows, bool b_transposed> struct fetch_in_place {
@@ -386,6 +400,14 @@ template <class rows, bool b_transposed, beta_form form>
     if (max_of(m, n) * k > fetched_elements)
         for (; n >= least_fetched || n == tile_n; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
             fetching_tile<rows, tile_n, b_transposed, form>(r, k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
+    if constexpr (rows::steps_ahead > 0)
+        if (max_of(m, n) * k <= fetched_elements && n >= least && a_depth != rows::panel_m) {
+            nocopy_tile<rows, tile_n, b_transposed, form>(r, fetch_steps<rows>(a_depth), k, *alpha, a, a_depth, b, ldb,
+                                                          beta, c, ldc);
+            n -= tile_n;
+            b += tile_n * b_column;
+            c += tile_n * ldc;
+        }
     for (; n >= least; n -= tile_n, b += tile_n * b_column, c += tile_n * ldc)
         nocopy_tile<rows, tile_n, b_transposed, form>(r, no_fetch(), k, *alpha, a, a_depth, b, ldb, beta, c, ldc);
     if constexpr (least > rows::widest + 1)
