@@ -7,42 +7,15 @@
 //            panel of 8 rows, whose plain form adds even and odd steps apart; the cnr form has one chain there too
 // prefetch   A 704 bytes ahead, every second step; B 384 bytes ahead; C at the head and over the last 34 groups, in a
 //            shallow tile the one below; the next A panel a line per column of C
-// edges      binary panel widths; below 8 rows a register holds several columns; no masks, no read past an operand
+// edges      binary panel widths; below 8 rows a register holds eight columns of a row (sgemm_narrow_avx2.h); no masks,
+//            no read past an operand
 // measured   97 % of the multiply-add peak at depth 192 on a packed pair; SGEMM as a whole: bench/gemm/bench_sgemm.cpp
+#include "gemm/avx2/sgemm_narrow_avx2.h"
 #include "gemm/avx2/sgemm_path_avx2.h"
-#include "gemm/body/sgemm_narrow_body.h"
 #include "gemm/sgemm_paths.h"
 
 namespace
 {
-// In a register of 8 lanes: 4 rows of 2 columns or 2 of 4.
-template <int r> struct spreader<lanes<8>, r> {
-    static inline __m256 repeat(const float *a)
-    {
-        if constexpr (r == 4)
-            return both(a);
-        else
-            return _mm256_castpd_ps(_mm256_broadcastsd_pd(_mm_castps_pd(lanes<2>::load(a))));
-    }
-    template <int q> static inline __m256 spread(const float *b)
-    {
-        constexpr int first = q * 8 / r;
-        const __m256i column = _mm256_setr_epi32(first, first + 1 / r, first + 2 / r, first + 3 / r, first + 4 / r,
-                                                 first + 5 / r, first + 6 / r, first + 7 / r);
-        return _mm256_permutevar_ps(both(b), column);
-    }
-    // Four floats in both halves.
-    static inline __m256 both(const float *x)
-    {
-        const __m128 four = _mm_loadu_ps(x);
-        return _mm256_set_m128(four, four);
-    }
-};
-template <> struct spreader<lanes<4>, 1> {
-    static inline __m128 repeat(const float *a) { return lanes<4>::broadcast(a); }
-    template <int> static inline __m128 spread(const float *b) { return lanes<4>::load(b); }
-};
-
 template <bool read_c, int tail_sets>
 [[gnu::always_inline]] inline void kernel(int64_t m, int64_t n, int64_t k, const float *a, const float *b, float *c,
                                           int64_t ldc)
@@ -56,11 +29,11 @@ template <bool read_c, int tail_sets>
     if (m & 8)
         pair.rows<p, lanes<8>, 1, read_c, tail_sets, true>();
     if (m & 4)
-        narrow_rows<p, lanes<8>, 4, 4, read_c>(pair);
+        narrow_rows<p, 4, read_c>(pair);
     if (m & 2)
-        narrow_rows<p, lanes<8>, 2, 4, read_c>(pair);
+        narrow_rows<p, 2, read_c>(pair);
     if (m & 1)
-        narrow_rows<p, lanes<4>, 1, 4, read_c>(pair);
+        narrow_rows<p, 1, read_c>(pair);
 }
 } // namespace
 

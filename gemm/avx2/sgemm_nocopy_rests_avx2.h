@@ -4,6 +4,7 @@
 // beside each other in B: along eight columns where B is transposed, each with an element of A, else along eight steps
 // of a column, each with those steps of A.
 #pragma once
+#include "gemm/avx2/sgemm_across_avx2.h"
 #include "gemm/avx2/sgemm_nocopy_narrow_avx2.h"
 
 namespace
@@ -20,47 +21,12 @@ template <int rows, int vecs> struct tile_along_columns {
     int skipped;
     bool fetches;
 
+    inline __m256 load(int i) const { return vec_avx2::load(i + 1 < vecs ? b + 8 * i : b + last); }
     [[gnu::always_inline]] inline void step(__m256 (&acc)[vecs][rows], const float *a)
     {
-        __m256 y[vecs];
-#pragma GCC unroll 6
-        for (int i = 0; i < vecs; ++i)
-            y[i] = vec_avx2::load(i + 1 < vecs ? b + 8 * i : b + last);
-#pragma GCC unroll 4
-        for (int r = 0; r < rows; ++r) {
-            const __m256 element = vec_avx2::broadcast(a + r);
-#pragma GCC unroll 6
-            for (int i = 0; i < vecs; ++i)
-                lanes<8>::accumulate(acc[i][r], y[i], element);
-        }
+        step_across<rows, vecs>(acc, a, *this);
         b += ldb;
         __asm__("" : "+r"(b));
-    }
-
-    // Columns of rows floats out of eight columns of each row.
-    static inline void columns_of(const __m256 (&row)[rows], typename lanes<rows>::reg (&column)[8])
-    {
-        if constexpr (rows == 4) {
-            const __m256 t0 = _mm256_unpacklo_ps(row[0], row[1]), t1 = _mm256_unpackhi_ps(row[0], row[1]);
-            const __m256 t2 = _mm256_unpacklo_ps(row[2], row[3]), t3 = _mm256_unpackhi_ps(row[2], row[3]);
-            const __m256 pair[4] = {_mm256_shuffle_ps(t0, t2, 0x44), _mm256_shuffle_ps(t0, t2, 0xee),
-                                    _mm256_shuffle_ps(t1, t3, 0x44), _mm256_shuffle_ps(t1, t3, 0xee)};
-#pragma GCC unroll 4
-            for (int j = 0; j < 4; ++j) {
-                column[j] = lanes<8>::low(pair[j]);
-                column[j + 4] = lanes<8>::high(pair[j]);
-            }
-        } else if constexpr (rows == 2) {
-            const __m256 four[2] = {_mm256_unpacklo_ps(row[0], row[1]), _mm256_unpackhi_ps(row[0], row[1])};
-            const __m128 zero = _mm_setzero_ps(); // an infinity beside the two would meet a zero of alpha
-#pragma GCC unroll 4
-            for (int j = 0; j < 8; ++j) {
-                const __m128 half = j < 4 ? lanes<8>::low(four[j / 2 % 2]) : lanes<8>::high(four[j / 2 % 2]);
-                column[j] = j % 2 == 0 ? _mm_movelh_ps(half, zero) : _mm_movehl_ps(zero, half);
-            }
-        } else {
-            _mm256_storeu_ps(column, row[0]);
-        }
     }
 
     template <beta_form form>
@@ -68,11 +34,7 @@ template <int rows, int vecs> struct tile_along_columns {
                                            float *c, int64_t ldc)
     {
         __m256 acc[vecs][rows];
-#pragma GCC unroll 6
-        for (int i = 0; i < vecs; ++i)
-#pragma GCC unroll 4
-            for (int r = 0; r < rows; ++r)
-                acc[i][r] = vec_avx2::zero();
+        clear<rows, vecs>(acc);
 #pragma GCC unroll 1
         for (; k >= 8; k -= 8)
 #pragma GCC unroll 8
@@ -90,13 +52,12 @@ template <int rows, int vecs> struct tile_along_columns {
         const whole_rows<lanes<rows>, 1> r(rows);
 #pragma GCC unroll 6
         for (int i = 0; i < vecs; ++i) {
-            typename lanes<rows>::reg column[8];
-            columns_of(acc[i], column);
             float *const to = c + (i + 1 < vecs ? 8 * i : last) * ldc;
-#pragma GCC unroll 8
-            for (int j = 0; j < 8; ++j)
-                if (i + 1 < vecs || j >= skipped)
-                    r.store(to + j * ldc, 0, updated<form>(r, 0, alpha, column[j], beta, to + j * ldc));
+            each_column<rows>(
+                acc[i], [&](int j, typename lanes<rows>::reg column) __attribute__((always_inline)) {
+                    if (i + 1 < vecs || j >= skipped)
+                        r.store(to + j * ldc, 0, updated<form>(r, 0, alpha, column, beta, to + j * ldc));
+                });
         }
     }
 };
@@ -109,11 +70,9 @@ columns_along(int64_t last, int64_t skipped, bool fetches, int64_t k, const floa
     tile_along_columns<rows, vecs> tile = {b, ldb, last, static_cast<int>(skipped), fetches};
     tile.template run<form>(k, *alpha, a, a_depth, beta, c, ldc);
 }
-constexpr int most_vecs = 6;
-template <int rows> constexpr int widest_along = min_of(12 / rows, most_vecs); // registers of a tile's columns
 template <int rows, beta_form form, int vecs> constexpr decltype(&columns_along<rows, 1, form>) along_columns_of()
 {
-    if constexpr (vecs <= widest_along<rows>)
+    if constexpr (vecs <= widest_across<rows>)
         return columns_along<rows, vecs, form>;
     else
         return nullptr;
@@ -131,7 +90,7 @@ template <int rows, beta_form form>
 {
     const bool fetches = n * k > fetched_elements;
     int64_t vecs = (n + 7) / 8;
-    int64_t tiles = (vecs + widest_along<rows> - 1) / widest_along<rows>;
+    int64_t tiles = (vecs + widest_across<rows> - 1) / widest_across<rows>;
     for (; tiles > 0; --tiles) {
         const int64_t now = (vecs + tiles - 1) / tiles, skipped = tiles == 1 ? 8 * now - n : 0;
         along_columns<rows, form>[now - 1](8 * (now - 1) - skipped, skipped, fetches, k, alpha, a, a_depth, b, ldb,

@@ -56,12 +56,19 @@ struct blocked_product {
     void slices(int64_t i, int64_t mb, int64_t l, int64_t kb, int64_t j, int64_t nb)
     {
         const int64_t step = static_cast<int64_t>(info->strategy.unroll_m);
+        // From slice to slice only places and the last height change: of a shallow product all else is a good part of
+        // the time.
+        const blas_matrix_view block = a_rows(0, step, kb);
+        blas_matrix_view slice = block, target = part_of(c, i, j, step, nb);
         for (int64_t r = 0; r < mb; r += step) {
             const int64_t rows = min_of(step, mb - r);
-            blas_matrix_view slice = a_rows(nb == n ? 0 : r, rows, kb);
+            slice.cols = rows;
+            slice.base = getPointer_buffer(0, nb == n ? 0 : r, &block);
             if (j == 0)
                 pack_a(i + r, rows, l, kb, &slice);
-            multiply(&slice, i + r, rows, l, j, nb);
+            target.rows = target.padded_k = rows;
+            target.base = c->address(i + r, j, c);
+            info->ker0(&float_one, &slice, &buffers.b_block, effective_beta(l), &target);
         }
     }
 

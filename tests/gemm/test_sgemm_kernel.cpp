@@ -126,6 +126,19 @@ TEST_P(sgemm_kernel, blocks_of_several_panels_with_every_tail)
     }
 }
 
+// The fewer the rows, the more column panels a tile may go over.
+TEST_P(sgemm_kernel, few_rows_against_any_number_of_columns)
+{
+    for (std::int64_t m = 1; m <= 7; ++m) {
+        for (std::int64_t n = 1; n <= 110; ++n) {
+            for (const guard side : {guard::at_end, guard::at_start})
+                check({m, n, 1 + (m + n) % 11, m % 2, side}, n % 2 == 0);
+            if (HasFatalFailure())
+                return;
+        }
+    }
+}
+
 // The remainder by one; one group; and the depths at which the loop that fetches C takes over: 128 and 136 steps, which
 // are 32 and 34 groups. Every panel width of A stands last once, and so does every one of B.
 TEST_P(sgemm_kernel, every_depth_where_a_stretch_of_the_loop_begins)
@@ -208,7 +221,8 @@ float chained(const std::vector<float> &av, std::int64_t m, std::int64_t i, cons
 TEST_P(sgemm_kernel, bits_of_every_element_are_those_of_its_chain)
 {
     for (std::int64_t m = 1; m <= p.panel_m + 2; ++m) {
-        for (std::int64_t n = 1; n <= 3 * p.panel_n + 2; ++n) { // tiles may go over several panels
+        const std::int64_t most_n = m < 8 ? 110 : 3 * p.panel_n + 2; // tiles may go over several panels
+        for (std::int64_t n = 1; n <= most_n; ++n) {
             const std::int64_t k = (m + n) % 5 == 0 ? 137 : 1 + (7 * m + n) % 23;
             const std::vector<float> av = values(k, m, 4, false), bv = values(k, n, 5, false);
             const std::vector<std::int64_t> panels = tesh_test::panel_widths(m, p.panel_m, p.a_tails);
