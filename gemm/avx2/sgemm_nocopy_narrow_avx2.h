@@ -323,8 +323,9 @@ struct paired_block {
 // Tiles of rows rows from i on up to end, copied into the panel as they are multiplied. A call for each tile would take
 // 3 % more time.
 template <int rows, int cols, beta_form form>
-[[gnu::noinline]] void first_paired_columns(const paired_block &block, int64_t i, int64_t end, const float *alpha,
-                                            const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void first_paired_columns(const paired_block &block, int64_t i, int64_t end,
+                                                              const float *alpha, const float *b, int64_t ldb,
+                                                              const float *beta, float *c, int64_t ldc)
 {
     const paired_block p = block;
     const float scale = *alpha;
@@ -389,8 +390,9 @@ template <int rows, beta_form form>
 // Deep products: m rows of op(A), by 4 and then 2 and 1, by 8 or 6 before that where so few columns leave the registers
 // for it.
 template <beta_form form>
-[[gnu::noinline]] void paired_rows(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
-                                   float *panel, const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void paired_rows(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                     const float *a, int64_t lda, float *panel, const float *b,
+                                                     int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     if (n <= 0) // a tile has at least one column
         return;
@@ -429,8 +431,9 @@ template <int rows, beta_form form>
 }
 // Shallow products: less than 8 rows of op(A).
 template <beta_form form>
-[[gnu::noinline]] void shallow_rows(int64_t m, int64_t n, int64_t k, const float *alpha, const float *a, int64_t lda,
-                                    float *panel, const float *b, int64_t ldb, const float *beta, float *c, int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void shallow_rows(int64_t m, int64_t n, int64_t k, const float *alpha,
+                                                      const float *a, int64_t lda, float *panel, const float *b,
+                                                      int64_t ldb, const float *beta, float *c, int64_t ldc)
 {
     if (m & 4) {
         shallow_row_tile<4, form>(n, k, alpha, a, lda, panel, b, ldb, beta, c, ldc);

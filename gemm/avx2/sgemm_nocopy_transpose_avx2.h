@@ -99,9 +99,9 @@ struct no_rows_fetch {
 // transposition takes little of the multipliers' time, and what is stored by halves has left for the cache when it is
 // loaded.
 template <bool b_transposed, beta_form form, class fetcher>
-[[gnu::noinline]] void copying_tile(fetcher fetch, const float *a, int64_t lda, float *panel, int64_t k,
-                                    const float *alpha, const float *b, int64_t ldb, const float *beta, float *c,
-                                    int64_t ldc)
+[[gnu::noinline, gnu::aligned(64)]] void copying_tile(fetcher fetch, const float *a, int64_t lda, float *panel,
+                                                      int64_t k, const float *alpha, const float *b, int64_t ldb,
+                                                      const float *beta, float *c, int64_t ldc)
 {
     using rows = whole_rows<lanes<8>, 2>;
     constexpr int cols = rows::tile_n;
