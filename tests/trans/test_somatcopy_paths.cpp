@@ -158,6 +158,21 @@ TEST_F(somatcopy, every_alignment_of_the_result)
             }
 }
 
+// Strips of 256 lines, 16 columns at a time, with and without prefetches; what is left of both.
+TEST_F(somatcopy, unaligned_results_take_16_columns_where_lines_of_the_source_share_sets_or_fill_pages)
+{
+    constexpr uint64_t lines[][2] = {{128, 127}, {256, 30}, {1152, 1149}, {1031, 1028}};
+    for (const members *m : trans_test::members_to_run())
+        for (const auto &[lda, inner] : lines)
+            for (uint64_t outer : {33, 257, 262, 515})
+                for (size_t shift : {1, 4, 13}) {
+                    check(*m, {'R', 'T', outer, inner, 1.0f, lda, outer + shift % 3}, false, shift);
+                    check(*m, {'R', 'T', outer, inner, 1.0f, lda, outer}, true, shift);
+                    if (HasFatalFailure())
+                        return;
+                }
+}
+
 TEST_F(somatcopy, accepts_every_letter_and_ignores_others)
 {
     for (const members *m : trans_test::members_to_run())

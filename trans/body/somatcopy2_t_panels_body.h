@@ -11,11 +11,12 @@ namespace
 constexpr uint64_t kernel_least_outer = 5; // [lines] below: the direct loop
 constexpr uint64_t kernel_lanes = 8;       // [elements] of a register that B is aligned to
 constexpr uint64_t panel_columns_narrow = 1024, panel_columns_wide = 4096;
-constexpr uint64_t panel_narrow_most = 512;                  // [elements] lda up to which a panel is narrow
-constexpr uint64_t direct_round = 4;                         // [lines] of a round of the direct loop
-constexpr uint64_t direct_strip = 32, direct_strip_far = 64; // [lines] that its rounds walk through together
-constexpr uint64_t direct_ahead = 32;                        // [elements] of prefetches of A beyond the caches
-constexpr uint64_t direct_run_ahead = 16;                    // [columns] of prefetches of B there
+constexpr uint64_t panel_narrow_most = 512;                   // [elements] lda up to which a panel is narrow
+constexpr uint64_t direct_round = 4;                          // [lines] of a round of the direct loop
+constexpr uint64_t direct_strip = 256, direct_strip_far = 64; // [lines] that its rounds walk through together
+constexpr uint64_t direct_ahead = 32;                         // [elements] of prefetches of A beyond the caches
+constexpr uint64_t direct_ahead_least = 1 << 20; // [bytes] of B from which 16 columns at a time fetch A ahead
+constexpr uint64_t direct_run_ahead = 16;        // [columns] of prefetches of B there
 
 // [bytes] of B from which whole cache lines of it bypass the caches: where the caches stop paying, later where lines
 // share sets.
@@ -35,20 +36,21 @@ constexpr uint64_t smaller_of(uint64_t x, uint64_t y)
     return x < y ? x : y;
 }
 
-// A strip of lines: 8 columns at a time, then 4, then single ones; in each of them rounds of 4 lines, so that a line of
-// b gets its stores together. What is left of the lines goes together, column after column. single: 4 lines.
+// A strip of lines: 16 or 8 columns at a time, then 8, 4 and single ones; in each of them rounds of 4 lines, so that a
+// line of b gets its stores together. What is left of the lines goes together, column after column. single: 4 lines.
 // settled: 8 columns begin when the stores of the last 8 have left the queue (trans/body/settled.h).
-// ahead: the distance of prefetches of a [elements], 0 for none of a and none of b.
+// ahead: the distance of prefetches of a [elements], 0 for none; with 8 columns at a time they are of b too.
 // Not inlined: beside the block kernel its pointers would be spilled.
-template <bool single, bool settled, uint64_t ahead>
+template <bool single, bool settled, uint64_t ahead, uint64_t together>
 [[gnu::noinline]] void direct_lines(uint64_t lines, uint64_t columns, const float *a, uint64_t lda, float *b,
                                     uint64_t ldb)
 {
+    constexpr bool both_ahead = ahead > 0 && together == 8;
     const uint64_t whole = single ? direct_round : lines / direct_round * direct_round;
     uint64_t j = 0;
     float *to = b;
-    for (; j + 8 <= columns; j += 8) {
-        if constexpr (ahead > 0) {
+    for (; j + together <= columns; j += together) {
+        if constexpr (both_ahead) {
             for (uint64_t c = 0; c < 8; ++c) {
                 const float *const run = to + (direct_run_ahead + c) * ldb;
                 for (uint64_t i = 0; i < whole; i += cache_line_bytes / sizeof *run)
@@ -63,11 +65,23 @@ template <bool single, bool settled, uint64_t ahead>
                 for (uint64_t k = 0; k < direct_round; ++k)
                     _mm_prefetch(reinterpret_cast<const char *>(from + k * lda + ahead), _MM_HINT_T0);
             }
-            moves_8::move_4x8(from, lda, to + i, ldb);
+            if constexpr (both_ahead) {
+                moves_8::move_4x8(from, lda, to + i, ldb);
+            } else {
+#pragma GCC unroll 2
+                for (uint64_t c = 0; c < together; c += 8)
+                    moves_8::move_4x8_whole(from + c, lda, to + c * ldb + i, ldb);
+            }
         }
-        to += 8 * ldb;
+        to += together * ldb;
         if (settled && whole > direct_round) // two stores of the last line of b meet there
             to += settled_zero(to - ldb + whole - direct_round - 1);
+    }
+    if (together > 8 && j + 8 <= columns) {
+        for (uint64_t i = 0; i < whole; i += direct_round)
+            moves_8::move_4x8_whole(a + i * lda + j, lda, to + i, ldb);
+        to += 8 * ldb;
+        j += 8;
     }
     if (j + 4 <= columns) {
         for (uint64_t i = 0; i < whole; i += direct_round)
@@ -86,18 +100,24 @@ template <bool single, bool settled, uint64_t ahead>
         move_scalars<1>(columns, rest, lda, b + whole, ldb);
 }
 
-// A strip's lines of b are half filled at both ends: a high strip has fewer of them. Below the size that leaves the
-// caches a lower one does better, for its lines of a stay in the first cache.
+// A strip's lines of b are half filled at both ends: a high strip has fewer of them. 8 columns at a time come back to
+// each cache line of a. Where the lines of a share sets, or lie on pages of their own, which nobody fetches ahead, 16
+// take all of it at once; but no more than 8 lines of b may share one set.
 inline void direct_loop(uint64_t n_outer, uint64_t n_inner, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
     trans_took(trans_route_direct);
-    const bool far = n_outer * n_inner * sizeof *b >= far_least;
-    const bool settled = ldb * sizeof *b % (2 * aliased_bytes) == 0;
-    const auto strip = n_outer == direct_round ? direct_lines<true, false, 0>
-                       : far && settled        ? direct_lines<false, true, direct_ahead>
-                       : far                   ? direct_lines<false, false, direct_ahead>
-                       : settled               ? direct_lines<false, true, 0>
-                                               : direct_lines<false, false, 0>;
+    const uint64_t line_a = lda * sizeof *a, line = ldb * sizeof *b;
+    const uint64_t bytes = n_outer * n_inner * sizeof *b;
+    const bool far = bytes >= far_least, outgrows = bytes >= direct_ahead_least;
+    const bool settled = line % (2 * aliased_bytes) == 0;
+    const bool wide = (line_a % (aliased_bytes / 2) == 0 || line_a > page_bytes) && line % page_bytes != 0;
+    const auto strip = n_outer == direct_round ? direct_lines<true, false, 0, 8>
+                       : far && settled        ? direct_lines<false, true, direct_ahead, 8>
+                       : far                   ? direct_lines<false, false, direct_ahead, 8>
+                       : wide && outgrows      ? direct_lines<false, false, 16, 16>
+                       : wide                  ? direct_lines<false, false, 0, 16>
+                       : settled               ? direct_lines<false, true, 0, 8>
+                                               : direct_lines<false, false, 0, 8>;
     const uint64_t height = far ? direct_strip_far : direct_strip;
     for (uint64_t i = 0; i < n_outer; i += height)
         strip(smaller_of(n_outer - i, height), n_inner, a + i * lda, lda, b + i, ldb);

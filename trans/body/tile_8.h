@@ -154,5 +154,14 @@ struct moves_8 {
         move_4x4(a, lda, b, ldb);
         move_4x4(a + 4, lda, b + 4 * ldb, ldb);
     }
+    // The same with half the loads and shuffles, none of whose stores begins before all the loads are there.
+    [[gnu::always_inline]] static inline void move_4x8_whole(const float *a, uint64_t lda, float *b, uint64_t ldb)
+    {
+        __m256 t[4];
+        turn_4x8(t, a, lda);
+#pragma GCC unroll 8
+        for (uint64_t c = 0; c < 8; ++c)
+            _mm_storeu_ps(b + c * ldb, c < 4 ? _mm256_castps256_ps128(t[c % 4]) : _mm256_extractf128_ps(t[c % 4], 1));
+    }
 };
 } // namespace
