@@ -40,6 +40,15 @@ template <class how> [[gnu::always_inline]] inline void put_halves(float *p, __m
     }
 }
 
+// To the first cache, or, where lines share sets of it, to the second only.
+template <bool second> [[gnu::always_inline]] inline void fetch(const float *p)
+{
+    if constexpr (second)
+        _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T1);
+    else
+        _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
+}
+
 // t[c]: element c of each register's low half, and of each high half.
 [[gnu::always_inline]] inline void turn_halves(__m256 *t, __m256 r0, __m256 r1, __m256 r2, __m256 r3)
 {
@@ -81,20 +90,19 @@ struct moves_8 {
         uint64_t zero_before = 0;
         for (uint64_t j = 0; j < cols; j += 8) {
             __m256 t[lines];
-            constexpr _mm_hint to_cache = how::wait > 0 ? _MM_HINT_T1 : _MM_HINT_T0; // the first has few of those sets
             if constexpr (ahead > 0) {
                 const float *const next = (lines == 16 && j % 16 != 0 ? a8 : a0) + ahead;
 #pragma GCC unroll 8
                 for (uint64_t i = 0; i < 8; ++i)
-                    _mm_prefetch(reinterpret_cast<const char *>(next + i * lda), to_cache);
+                    fetch<(how::wait > 0)>(next + i * lda);
             }
             if constexpr (how::ahead > 0) { // a run may lie in two cache lines, but where they share sets
 #pragma GCC unroll 8
                 for (uint64_t c = 0; c < 8; ++c) {
                     const float *const run = (c < 4 ? b0 : b4) + (c % 4 + 8 * how::ahead) * ldb;
-                    _mm_prefetch(reinterpret_cast<const char *>(run), to_cache);
+                    fetch<(how::wait > 0)>(run);
                     if (how::wait == 0)
-                        _mm_prefetch(reinterpret_cast<const char *>(run + lines - 1), to_cache);
+                        fetch<false>(run + lines - 1);
                 }
             }
             turn_4x8(t, a0, lda);
