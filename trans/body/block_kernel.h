@@ -15,11 +15,28 @@ constexpr uint64_t cache_line_bytes = 64;
 
 // lines lines, a number with code of its own: 8 columns at a time, runs of b whole at once; what is left singly.
 template <class m, class how, int lines, uint64_t ahead>
-inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
+[[gnu::always_inline]] inline void transpose_inlined(uint64_t cols, const float *a, uint64_t lda, float *b,
+                                                     uint64_t ldb)
 {
     const uint64_t whole = cols / kernel_columns * kernel_columns;
     m::template move<how, lines, ahead>(whole, a, lda, b, ldb);
     move_scalars<lines>(cols - whole, a + whole, lda, b + whole * ldb, ldb);
+}
+
+template <class m, class how, int lines, uint64_t ahead>
+inline void transpose_fixed(uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
+{
+    transpose_inlined<m, how, lines, ahead>(cols, a, lda, b, ldb);
+}
+
+// The same without prefetches; inlined or a function of its own.
+template <class m, class how, int lines, bool inlined>
+[[gnu::always_inline]] inline void transpose_strip(uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
+{
+    if constexpr (inlined)
+        transpose_inlined<m, how, lines, 0>(cols, a, lda, b, ldb);
+    else
+        transpose_fixed<m, how, lines, 0>(cols, a, lda, b, ldb);
 }
 
 // The strip that begins with element from of a line of a and with line to of b, to the second cache: the first may have
@@ -47,9 +64,10 @@ template <bool streamed>
 
 // Any number of lines: strips of columns, in each of them lines by 16, 8, 4 and singly. Where the runs of b begin in
 // the middle of a cache line, 8 lines go in front. ahead: the distance at which strips are fetched [columns],
-// 0 for none.
+// 0 for none. Not inlined, for the places of its loops to each other decide what the processor fetches ahead.
 template <class m, class whole, class part, uint64_t ahead>
-inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
+[[gnu::noinline]] void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b,
+                                       uint64_t ldb)
 {
     const bool apart = reinterpret_cast<uintptr_t>(b) % cache_line_bytes == cache_line_bytes / 2 && rows >= 8;
     for (uint64_t j = 0; j < cols; j += kernel_strip) {
@@ -64,16 +82,16 @@ inline void transpose_lines(uint64_t rows, uint64_t cols, const float *a, uint64
             to += lines;
         };
         if (apart) {
-            transpose_fixed<m, typename part::unfetched, 8, 0>(width, from, lda, to, ldb);
+            transpose_strip<m, typename part::unfetched, 8, whole::inlined>(width, from, lda, to, ldb);
             pass(8);
             left -= 8;
         }
         for (; left >= 16; left -= 16) {
-            transpose_fixed<m, typename whole::unfetched, 16, 0>(width, from, lda, to, ldb);
+            transpose_strip<m, typename whole::unfetched, 16, whole::inlined>(width, from, lda, to, ldb);
             pass(16);
         }
         if (left >= 8) {
-            transpose_fixed<m, typename part::unfetched, 8, 0>(width, from, lda, to, ldb);
+            transpose_strip<m, typename part::unfetched, 8, whole::inlined>(width, from, lda, to, ldb);
             pass(8);
         }
         if (left % 8 >= 4) {

@@ -26,6 +26,7 @@ struct somatcopy_mc3 {
 // Runs of b are stored as they come.
 struct run_store_mc3 {
     static constexpr bool stream = false;
+    static constexpr bool inlined = false;
     using unfetched = run_store_mc3;
 };
 
