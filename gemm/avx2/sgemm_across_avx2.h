@@ -73,7 +73,7 @@ template <int rows, class taker>
             __m256 &from = four[j / 2 % 2];
             __asm__ volatile("" : "+x"(from));
             const __m128 half = j < 4 ? lanes<8>::low(from) : lanes<8>::high(from);
-            put(j, j % 2 == 0 ? _mm_movelh_ps(half, zero) : _mm_movehl_ps(zero, half));
+            put(j, as_written(j % 2 == 0 ? _mm_movelh_ps(half, zero) : _mm_movehl_ps(zero, half)));
         }
     } else {
         __m256 x = row[0];

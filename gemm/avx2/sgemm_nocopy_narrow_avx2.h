@@ -148,7 +148,7 @@ template <int rows> inline typename lanes<rows>::reg add_steps(const __m256 *pai
     }
     const __m128 four = halves(pair[0]), two = _mm_add_ps(four, _mm_movehl_ps(four, four));
     if constexpr (rows == 2)
-        return _mm_movelh_ps(two, _mm_setzero_ps()); // an infinity beside the two would meet a zero of alpha
+        return as_written(_mm_movelh_ps(two, _mm_setzero_ps())); // an infinity beside would meet a zero of alpha
     else if constexpr (rows == 1)
         return _mm_cvtss_f32(_mm_add_ss(two, _mm_movehdup_ps(two)));
 }

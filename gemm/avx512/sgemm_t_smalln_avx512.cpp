@@ -8,6 +8,7 @@
 // edges      four rows, then two, then one; columns by two first, so that only threes are left
 // measured   86 % of the load bandwidth at TN 4 x 4 x 20000; 36 % of the multiply-add peak at 15 x 15 x 20000, which
 //            goes over A five times (bench_sgemm --group dots)
+#include "frame/path/as_written.h"
 #include "frame/path/vec_avx512.h"
 #include "gemm/sgemm_paths.h"
 
@@ -136,9 +137,9 @@ template <int rows, int cols, bool read_c, bool fetches = false> inline void til
             for (int r = 0; r < rows; ++r)
                 acc[0][j][r] = v::add(acc[0][j][r], acc[s][j][r]);
     constexpr __mmask8 valid = (1 << rows) - 1;
-    // Zero in the lanes of no row, where an infinite factor would raise a flag.
-    const __m128 alpha = _mm_maskz_mov_ps(valid, _mm_set1_ps(x.alpha)),
-                 beta = _mm_maskz_mov_ps(valid, _mm_set1_ps(x.beta));
+    // Factors and sums are zero in the lanes of no row, where an infinite one would raise a flag.
+    const __m128 alpha = as_written(_mm_maskz_mov_ps(valid, _mm_set1_ps(x.alpha))),
+                 beta = as_written(_mm_maskz_mov_ps(valid, _mm_set1_ps(x.beta)));
     // C is read before any of it is written: a store under a mask has its full width in memory, and the load of the
     // next column would wait for it.
     float *const c = x.c + i;
@@ -149,7 +150,7 @@ template <int rows, int cols, bool read_c, bool fetches = false> inline void til
             old[j] = _mm_maskz_loadu_ps(valid, c + j * x.ldc);
 #pragma GCC unroll 3
     for (int j = 0; j < cols; ++j) {
-        __m128 value = _mm_mul_ps(alpha, sums<rows>(acc[0][j]));
+        __m128 value = _mm_mul_ps(alpha, as_written(sums<rows>(acc[0][j])));
         if constexpr (read_c)
             value = _mm_fmadd_ps(beta, old[j], value);
         _mm_mask_storeu_ps(c + j * x.ldc, valid, value);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The path routines of avx2 and avx512 against a double reference, and the bits of the reproducible mode.
+#include <algorithm>
 #include <cfenv>
 #include <cmath>
 #include <cstring>
@@ -50,6 +51,44 @@ TEST_P(xsgemm_wide, an_infinite_factor_raises_no_flag)
                             x.run(routine);
                             ASSERT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << x.shape.name();
                             ASSERT_EQ(x.c[x.c.size() - 1], INFINITY) << x.shape.name();
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Nor does it meet an infinite row of op(A) or column of op(B) of its neighbours.
+TEST_P(xsgemm_wide, an_infinite_row_or_column_raises_no_flag)
+{
+    std::int64_t turn = 0;
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            for (const std::int64_t m : {1, 2, 3, 5, 6, 7, 13, 18, 23, 33, 47, 66, 131}) {
+                for (const std::int64_t n : {2, 3, 4, 5, 7, 9, 13, 33, 79, 131}) {
+                    for (const std::int64_t k : {1, 5, 13, 67, 161}) {
+                        for (const float beta : {0.0f, 1.0f, 2.0f}) {
+                            gemm_operands x({transa, transb, m, n, k, turn % 2 == 0 ? 1.0f : 0.7f, beta});
+                            std::fill(x.a.begin(), x.a.end(), 1.0f);
+                            std::fill(x.b.begin(), x.b.end(), 1.0f);
+                            std::fill(x.c.begin(), x.c.end(), 1.0f);
+                            const std::int64_t row = m - 1 - turn % std::min<std::int64_t>(m, 4);
+                            const std::int64_t column = n - 1 - turn % std::min<std::int64_t>(n, 7);
+                            const std::int64_t a_step = transa == 'N' ? m : 1, a_first = transa == 'N' ? row : row * k;
+                            const std::int64_t b_step = transb == 'N' ? 1 : n;
+                            const std::int64_t b_first = transb == 'N' ? column * k : column;
+                            for (std::int64_t l = 0; l < k; ++l) {
+                                if (turn % 3 != 1)
+                                    x.a[static_cast<std::size_t>(a_first + l * a_step)] = INFINITY;
+                                if (turn % 3 != 0)
+                                    x.b[static_cast<std::size_t>(b_first + l * b_step)] = INFINITY;
+                            }
+                            ++turn;
+                            std::feclearexcept(FE_ALL_EXCEPT);
+                            x.run(routine);
+                            ASSERT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW), 0) << x.shape.name();
+                            ASSERT_EQ(x.c[static_cast<std::size_t>(row + column * m)], INFINITY) << x.shape.name();
                         }
                     }
                 }
