@@ -45,7 +45,7 @@ template <int vecs> struct panel_pairs {
     }
 };
 
-template <class p, int rows, int vecs, bool read_c>
+template <int rows, int vecs, bool read_c>
 [[gnu::noinline, gnu::aligned(64)]] void narrow_tile(int64_t depth, const float *a, const float *b, bool whole,
                                                      float *c, int64_t ldc)
 {
@@ -75,18 +75,17 @@ template <class p, int rows, int vecs, bool read_c>
                 c += ldc;
             });
 }
-template <class p, int rows, bool read_c, int vecs>
-constexpr decltype(&narrow_tile<p, rows, 1, read_c>) narrow_tile_of()
+template <int rows, bool read_c, int vecs> constexpr decltype(&narrow_tile<rows, 1, read_c>) narrow_tile_of()
 {
     if constexpr (vecs <= widest_narrow<rows>)
-        return narrow_tile<p, rows, vecs, read_c>;
+        return narrow_tile<rows, vecs, read_c>;
     else
         return nullptr;
 }
-template <class p, int rows, bool read_c>
-constexpr decltype(&narrow_tile<p, rows, 1, read_c>) narrow_tiles[most_vecs] = {
-    narrow_tile_of<p, rows, read_c, 1>(), narrow_tile_of<p, rows, read_c, 2>(), narrow_tile_of<p, rows, read_c, 3>(),
-    narrow_tile_of<p, rows, read_c, 4>(), narrow_tile_of<p, rows, read_c, 5>(), narrow_tile_of<p, rows, read_c, 6>()};
+template <int rows, bool read_c>
+constexpr decltype(&narrow_tile<rows, 1, read_c>) narrow_tiles[most_vecs] = {
+    narrow_tile_of<rows, read_c, 1>(), narrow_tile_of<rows, read_c, 2>(), narrow_tile_of<rows, read_c, 3>(),
+    narrow_tile_of<rows, read_c, 4>(), narrow_tile_of<rows, read_c, 5>(), narrow_tile_of<rows, read_c, 6>()};
 
 // One narrow row panel against all column panels, in tiles as even as they come; the narrow column panels by the plain
 // tile.
@@ -100,7 +99,7 @@ template <class p, int rows, bool read_c>
     for (; tiles > 0; --tiles) {
         const int64_t now = (vecs + tiles - 1) / tiles;
         const bool whole = 2 * now <= panels;
-        narrow_tiles<p, rows, read_c>[now - 1](depth, a, b, whole, c, ldc);
+        narrow_tiles<rows, read_c>[now - 1](depth, a, b, whole, c, ldc);
         vecs -= now;
         panels -= 2 * now;
         b += 8 * now * depth;

@@ -15,7 +15,7 @@ constexpr int64_t shallow = 16; // depth below which steps come one by one
 // A tile of rows by vecs registers of eight columns. The last register begins at column last of the tile and its first
 // skipped columns belong to the register before it: so no mask is needed where the columns fill no register.
 template <int rows, int vecs> struct tile_along_columns {
-    static constexpr int64_t ahead = 64; // columns that are fetched [elements]
+    static constexpr int64_t ahead = 64; // distance of the columns that are fetched [elements]
     const float *b;
     int64_t ldb, last;
     int skipped;

@@ -27,7 +27,7 @@ template <int vecs_> struct masked_rows {
         : last(v::first(min_of(m - 16 * (vecs - 1), 16))), ahead(m > 16 * vecs ? 16 * vecs : 0)
     {
     }
-    // Only a tile of three registers has another behind it in memory.
+    // Behind a tile of two registers are at most 72 rows.
     [[gnu::always_inline]] inline void fetch_next_rows(const float *a) const
     {
         if constexpr (vecs == 3) {

@@ -77,8 +77,7 @@ template <class p, class w, int r, int panels, bool read_c>
     for (; n >= p::panel_n; n -= p::panel_n, b += p::panel_n * depth, c += p::panel_n * ldc)
         narrow_tile<p, w, r, 1, read_c>(depth, a, b, c, ldc);
     if (n > 0) {
-        if constexpr (w::width > 4)
-            _mm256_zeroupper(); // GCC 12 leaves it out before a jump to a function that spares some registers
+        _mm256_zeroupper(); // GCC 12 leaves it out before a jump to a function that spares some registers
         row_panel<p, lanes<r>, 1, read_c>(n, depth, a, b, c, ldc);
     }
 }
