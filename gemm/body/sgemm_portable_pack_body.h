@@ -5,6 +5,7 @@
 //   right  reads X(c, l) at source[l + c*ld]: w streams, transposed 4 x 4 in registers.
 // scaled = false copies bits. Destinations are aligned to 16 bytes when w is a multiple of 4; sources lie anywhere.
 #pragma once
+#include "frame/path/as_written.h"
 #include <immintrin.h>
 #include <stdint.h>
 
@@ -71,7 +72,7 @@ inline void pack_narrow(int width, int64_t depth, const float *source, int64_t s
     for (int64_t l = 0; l < depth; ++l, panel += width) {
         for (int c = 0; c < width; ++c) {
             const float x = source[(c < last ? c : last) * step + l * depth_step];
-            panel[c] = scaled ? scale * x : x;
+            panel[c] = scaled ? as_written(scale * x) : x; // in a register of its own, without idle lanes
         }
     }
 }

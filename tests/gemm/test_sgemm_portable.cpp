@@ -265,6 +265,28 @@ TEST_P(portable, filling_up_tiles_raises_no_flag)
     }
 }
 
+TEST_P(portable, an_infinite_alpha_raises_no_flag)
+{
+    for (const char transa : {'N', 'T'}) {
+        for (const char transb : {'N', 'T'}) {
+            for (const std::int64_t m : {1, 2, 3, 7, 13, 14, 18, 31, 38}) {
+                for (const std::int64_t n : {1, 2, 5, 9, 33}) {
+                    for (const std::int64_t k : {1, 2, 5, 13, 29}) {
+                        gemm_operands x({transa, transb, m, n, k, INFINITY, 1.0f});
+                        for (auto *operand : {&x.a, &x.b, &x.c})
+                            std::fill(operand->begin(), operand->end(), 1.0f);
+                        std::feclearexcept(FE_ALL_EXCEPT);
+                        x.run(GetParam().product);
+                        ASSERT_EQ(std::fetestexcept(FE_INVALID | FE_OVERFLOW | FE_DIVBYZERO), 0) << x.shape.name();
+                        for (const float c : x.c)
+                            ASSERT_EQ(c, INFINITY) << x.shape.name();
+                    }
+                }
+            }
+        }
+    }
+}
+
 TEST_P(portable, scratch_is_asked_for_from_the_least_blocked_shape_on)
 {
     const road &r = GetParam();
