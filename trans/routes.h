@@ -14,6 +14,8 @@ enum trans_route : uint32_t {
     trans_route_direct,
     trans_route_kernel,
     trans_route_kernel_grouped,
+    trans_route_stores_4,
+    trans_route_stores_8,
     trans_route_square_n,
     trans_route_mipt_n,
     trans_route_mipt_t,

@@ -2,7 +2,9 @@
 // Which routine a copy takes. Without the library's test hooks the routes cannot be seen, and the program says so.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <limits>
+#include <memory>
 
 #include "tests/trans/trans_members.h"
 #include "trans/routes.h"
@@ -22,6 +24,8 @@ uint32_t bits(std::initializer_list<trans_route> routes)
     return all;
 }
 
+const uint32_t store_widths = bits({trans_route_stores_4, trans_route_stores_8});
+
 struct arrays {
     alignas(64) float a[300 * 320] = {}, b[300 * 320 + 16] = {};
 };
@@ -32,7 +36,7 @@ uint32_t out_of_place(const members &m, char trans, uint64_t rows, uint64_t cols
 {
     tesh_trans_routes_taken = 0;
     m.somatcopy2_seq('R', trans, rows, cols, alpha, memory->a, lda, stridea, memory->b + shift, ldb, strideb);
-    return tesh_trans_routes_taken;
+    return tesh_trans_routes_taken & ~store_widths;
 }
 
 uint32_t in_place(const members &m, char trans, uint64_t rows, uint64_t cols, float alpha, uint64_t lda, uint64_t ldb)
@@ -99,6 +103,33 @@ TEST(routes, plain_transposition)
                   bits({has_kernels(*m) ? trans_route_one_line : trans_route_rec_t_1}));
         EXPECT_EQ(out_of_place(*m, 'T', 64, 1, 1.0f, 1, 64),
                   bits({has_kernels(*m) ? trans_route_one_column : trans_route_rec_t_1}));
+    }
+}
+
+// Blocks of 40 lines begin with a cache line and with its middle in turn.
+TEST(routes, avx512_stores_8_elements_where_runs_begin_with_a_cache_line_and_4_elsewhere)
+{
+    constexpr uint64_t outer = 1040, inner = 2065, lda = 4099; // B has 8 MiB
+    const auto a = std::make_unique<float[]>(outer * lda);
+    const std::unique_ptr<float, decltype(&free)> b(
+        static_cast<float *>(aligned_alloc(64, inner * (outer + 16) * sizeof(float))), free);
+    const uint32_t four = bits({trans_route_stores_4}), eight = bits({trans_route_stores_8});
+    for (const members *m : trans_test::members_to_run()) {
+        if (std::string(m->path) != "avx512")
+            continue;
+        const auto widths = [&](uint64_t rows, uint64_t cols, uint64_t ldb) {
+            tesh_trans_routes_taken = 0;
+            m->somatcopy2_seq('R', 'T', rows, cols, 1.0f, a.get(), lda, 1, b.get(), ldb, 1);
+            return tesh_trans_routes_taken & store_widths;
+        };
+        EXPECT_EQ(widths(64, 64, 64), eight);
+        EXPECT_EQ(widths(64, 64, 72), four);
+        EXPECT_EQ(widths(40, 64, outer), eight);
+        EXPECT_EQ(widths(80, 64, outer), four | eight);
+        EXPECT_EQ(widths(outer, inner, outer), four | eight);
+        EXPECT_EQ(widths(outer, inner, outer + 16), four | eight);
+        for (uint64_t pad : {1, 2, 4, 8, 12})
+            EXPECT_EQ(widths(outer, inner, outer + pad), four) << pad;
     }
 }
 

@@ -162,6 +162,7 @@ enum class target { near, far, streamed };
 template <int width, target where, int wait, int part_wait = wait>
 inline void transpose_stored(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
+    block_took<width>();
     constexpr bool stream = where == target::streamed, far = where == target::far;
     transpose_ungrouped<moves_8, run_store<width, stream, wait, (far ? far_run_ahead : 0)>,
                         run_store<width, false, part_wait, (far ? far_run_ahead : 0)>,
@@ -186,9 +187,11 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
         grouped(rows, cols, a, lda, b, ldb, group);
     } else if (where == target::far && rows == tall_lines && line % aliased_bytes != 0) {
         trans_took(trans_route_kernel);
-        const auto tall = line % (4 * sizeof *b) == 0             ? transpose_tall<4, true>
-                          : path::store_width(b, ldb, lanes) == 4 ? transpose_tall<4, false>
-                                                                  : transpose_tall<8, false>;
+        const bool wide = path::store_width(b, ldb, lanes) == 8;
+        const auto tall = wide && line % (8 * sizeof *b) == 0 ? transpose_tall<8, true>
+                          : line % (4 * sizeof *b) == 0       ? transpose_tall<4, true>
+                          : wide                              ? transpose_tall<8, false>
+                                                              : transpose_tall<4, false>;
         tall(cols, a, lda, b, ldb);
     } else if (path::store_width(b, ldb, lanes) == 4) {
         if (!stream && line % (2 * aliased_bytes) == 0) // four stores a cache line keep fewer lines in the queue
@@ -197,6 +200,7 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
             transpose_stored<4, where, 0>(rows, cols, a, lda, b, ldb);
     } else if (where == target::far && later && rows == 8 && lda >= ldb && line % (2 * aliased_bytes) == 0) {
         trans_took(trans_route_kernel); // each cache line of B comes in twice
+        block_took<8>();
         transpose_fixed<moves_8, run_store<8, false, 1, far_run_ahead_aliased>, 8, far_ahead>(cols, a, lda, b, ldb);
     } else if (!stream && line % (2 * aliased_bytes) == 0) {
         transpose_stored<8, target::near, 1, later>(rows, cols, a, lda, b, ldb);
@@ -214,6 +218,7 @@ template <int width>
                                             uint64_t ldb)
 {
     trans_took(trans_route_kernel);
+    block_took<width>();
     const uint64_t together = cols < 4 ? 0 : 4;
     uint64_t i = 0;
     for (; i + 16 <= n_outer; i += 16) {

@@ -29,22 +29,47 @@ template <int width> [[gnu::always_inline]] inline void put_tall(float *run, con
 }
 
 // The same for a run that begins past quarters of a cache line: whole lines bypass the caches.
-template <int past> [[gnu::always_inline]] inline void stream_tall(float *run, const __m256 *t)
+template <int width, int past> [[gnu::always_inline]] inline void stream_tall(float *run, const __m256 *t)
 {
     constexpr int quarters = tall_lines / 4;
     constexpr int front = (4 - past) % 4, last = front + (quarters - front) / 4 * 4;
+    if constexpr (width == 8) {
+        static_assert(past % 2 == 0, "stores of 8 begin with halves of cache lines");
+#pragma GCC unroll 5
+        for (int q = 0; q < quarters; q += 2) {
+            if (q >= front && q < last)
+                _mm256_stream_ps(run + 4 * q, t[2 * q]);
+            else
+                _mm256_storeu_ps(run + 4 * q, t[2 * q]);
+        }
+    } else {
 #pragma GCC unroll 10
-    for (int q = 0; q < quarters; ++q) {
-        const __m256 eight = t[q / 2 * 4];
-        const __m128 four = q % 2 == 0 ? _mm256_castps256_ps128(eight) : _mm256_extractf128_ps(eight, 1);
-        if (q >= front && q < last)
-            _mm_stream_ps(run + 4 * q, four);
-        else
-            _mm_storeu_ps(run + 4 * q, four);
+        for (int q = 0; q < quarters; ++q) {
+            const __m256 eight = t[q / 2 * 4];
+            const __m128 four = q % 2 == 0 ? _mm256_castps256_ps128(eight) : _mm256_extractf128_ps(eight, 1);
+            if (q >= front && q < last)
+                _mm_stream_ps(run + 4 * q, four);
+            else
+                _mm_storeu_ps(run + 4 * q, four);
+        }
     }
 }
 
-// stream: runs begin with a quarter of a cache line.
+// One column past the caches; run is aligned to width elements.
+template <int width> [[gnu::always_inline]] inline void stream_tall_run(float *run, const __m256 *t)
+{
+    const uintptr_t past = reinterpret_cast<uintptr_t>(run) / 16 % 4; // [quarters of a cache line]
+    if (past == 0)
+        stream_tall<width, 0>(run, t);
+    else if (width == 8 || past == 2)
+        stream_tall<width, 2>(run, t);
+    else if (past == 1)
+        stream_tall<4, 1>(run, t);
+    else
+        stream_tall<4, 3>(run, t);
+}
+
+// stream: runs are aligned to width elements.
 template <int width, bool stream>
 [[gnu::always_inline]] inline void move_40x4(const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
@@ -54,24 +79,10 @@ template <int width, bool stream>
         turn_8x4(t + 4 * eight, a, lda);
 #pragma GCC unroll 4
     for (int c = 0; c < 4; ++c, b += ldb) {
-        if constexpr (!stream) {
+        if constexpr (stream)
+            stream_tall_run<width>(b, t + c);
+        else
             put_tall<width>(b, t + c);
-        } else {
-            switch (reinterpret_cast<uintptr_t>(b) / 16 % 4) {
-            case 0:
-                stream_tall<0>(b, t + c);
-                break;
-            case 1:
-                stream_tall<1>(b, t + c);
-                break;
-            case 2:
-                stream_tall<2>(b, t + c);
-                break;
-            default:
-                stream_tall<3>(b, t + c);
-                break;
-            }
-        }
     }
 }
 
@@ -80,6 +91,7 @@ template <int width, bool stream>
 template <int width, bool stream>
 [[gnu::noinline]] void transpose_tall(uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb)
 {
+    block_took<width>();
     constexpr uint64_t steps = 4, lines_a_step = tall_lines / steps; // 16 columns are a cache line of each line of a
     uint64_t j = 0;
     for (; j + 4 <= cols; j += 4) {

@@ -3,6 +3,7 @@
 #pragma once
 #include "trans/body/settled.h"
 #include "trans/body/transpose_tile.h"
+#include "trans/routes.h"
 
 namespace
 {
@@ -20,6 +21,12 @@ template <int store_width, bool past_caches, int steps_back, uint64_t steps_ahea
     static constexpr bool inlined = past_caches && store_width == 4;
     using unfetched = run_store<store_width, past_caches, steps_back>;
 };
+
+// A block is stored width elements at once.
+template <int width> inline void block_took()
+{
+    trans_took(width == 8 ? trans_route_stores_8 : trans_route_stores_4);
+}
 
 // Stores 8 lines of a column: 4 are a half of low, 4 the same half of high; upper says which half.
 template <class how> [[gnu::always_inline]] inline void put_halves(float *p, __m256 low, __m256 high, bool upper)
