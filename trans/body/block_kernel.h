@@ -106,8 +106,9 @@ template <class m, class whole, class part, uint64_t ahead>
 }
 
 // group adjacent elements of each line at a time, which go through a buffer on the stack and leave as whole lines of b.
-// copy_lines stores them. ahead: the distance at which groups are fetched [columns], 0 for none.
-template <class m, class inside, uint64_t ahead, auto copy_lines>
+// copy_lines stores them, past the caches if streamed. ahead: the distance at which groups are fetched [columns], 0 for
+// none.
+template <class m, class inside, uint64_t ahead, bool streamed, auto copy_lines>
 void transpose_grouped(uint64_t rows, uint64_t cols, const float *a, uint64_t lda, float *b, uint64_t ldb,
                        uint64_t group)
 {
@@ -116,7 +117,7 @@ void transpose_grouped(uint64_t rows, uint64_t cols, const float *a, uint64_t ld
     for (uint64_t first = 0; first < cols; first += group) {
         const uint64_t width = cols - first < group ? cols - first : group;
         if (ahead > 0 && first + ahead + width <= cols)
-            fetch_strip<true>(rows, a + first + ahead, lda, b + (first + ahead) * ldb, ldb, width);
+            fetch_strip<streamed>(rows, a + first + ahead, lda, b + (first + ahead) * ldb, ldb, width);
         transpose_lines<m, inside, inside, 0>(rows, width, a + first, lda, buffer, rows);
         copy_lines(width, rows, buffer, b + first * ldb, ldb);
     }

@@ -182,8 +182,8 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
     if (group != 1) {
         constexpr uint64_t ahead = where == target::near ? 0 : strip_ahead;
         const auto grouped = where != target::near && line % (4 * sizeof *b) == 0
-                                 ? transpose_grouped<moves_8, run_store<8, false, 0>, ahead, copy_runs<true>>
-                                 : transpose_grouped<moves_8, run_store<8, false, 0>, ahead, copy_runs<false>>;
+                                 ? transpose_grouped<moves_8, run_store<8, false, 0>, ahead, true, copy_runs<true>>
+                                 : transpose_grouped<moves_8, run_store<8, false, 0>, ahead, false, copy_runs<false>>;
         grouped(rows, cols, a, lda, b, ldb, group);
     } else if (where == target::far && rows == tall_lines && line % aliased_bytes != 0) {
         trans_took(trans_route_kernel);

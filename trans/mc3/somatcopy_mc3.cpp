@@ -64,7 +64,7 @@ void xomatcopy_blk_t_one_transpose_kernel_by_src_rows(uint64_t rows, uint64_t co
                                                       float *b, uint64_t ldb, uint64_t group)
 {
     if (group != 1)
-        transpose_grouped<moves_4, run_store_mc3, 0, copy_runs>(rows, cols, a, lda, b, ldb, group);
+        transpose_grouped<moves_4, run_store_mc3, 0, false, copy_runs>(rows, cols, a, lda, b, ldb, group);
     else
         transpose_ungrouped<moves_4, run_store_mc3, run_store_mc3, 0, 0>(rows, cols, a, lda, b, ldb);
 }
