@@ -316,7 +316,7 @@ template <class rows, int cols, bool b_transposed, beta_form form, class fetcher
     finish_tile<form>(r, alpha, acc, beta, c, ldc);
 }
 
-constexpr int64_t fetched_elements = 6400; // of what is left of op(A), or of op(B), for them to be fetched ahead
+constexpr int64_t fetched_elements = 4096; // of what is left of op(A), or of op(B), for them to be fetched ahead
 
 // One tile of the first row tile of m rows. n is not read: with the arguments of a kernel a single tile is a jump.
 // Functions with loops over depth begin with a line of code: where this one did not, 8 x 8 x 8 took a tenth longer.

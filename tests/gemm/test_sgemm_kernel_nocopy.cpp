@@ -292,7 +292,7 @@ TEST_P(sgemm_kernel_nocopy, fetching_ahead_leaves_no_trace)
     for (int transposition = 0; transposition < 4; ++transposition)
         for (const std::int64_t m : {p.tile_m - 1, 2 * p.tile_m + 16, 5 * p.tile_m + 3})
             for (const std::int64_t n : {p.tile_n + 1, p.tile_n + 2, p.tile_n + 3, 4 * p.tile_n + 1})
-                if (!check(shape(m, n, 139, 1), transposition, static_cast<int>((m + n) % 3)))
+                if (!check(shape(m, n, 131, 1), transposition, static_cast<int>((m + n) % 3)))
                     return;
 }
 
