@@ -88,4 +88,17 @@ template <int rows, class taker>
         }
     }
 }
+
+// The tiles of a family, each count of registers at its index; beyond family::widest there are none.
+template <class family, int vecs> constexpr typename family::function *tile_across()
+{
+    if constexpr (vecs <= family::widest)
+        return family::template tile<vecs>;
+    else
+        return nullptr;
+}
+template <class family>
+constexpr typename family::function *tiles_across[most_vecs] = {tile_across<family, 1>(), tile_across<family, 2>(),
+                                                                tile_across<family, 3>(), tile_across<family, 4>(),
+                                                                tile_across<family, 5>(), tile_across<family, 6>()};
 } // namespace

@@ -75,17 +75,11 @@ template <int rows, int vecs, bool read_c>
                 c += ldc;
             });
 }
-template <int rows, bool read_c, int vecs> constexpr decltype(&narrow_tile<rows, 1, read_c>) narrow_tile_of()
-{
-    if constexpr (vecs <= widest_narrow<rows>)
-        return narrow_tile<rows, vecs, read_c>;
-    else
-        return nullptr;
-}
-template <int rows, bool read_c>
-constexpr decltype(&narrow_tile<rows, 1, read_c>) narrow_tiles[most_vecs] = {
-    narrow_tile_of<rows, read_c, 1>(), narrow_tile_of<rows, read_c, 2>(), narrow_tile_of<rows, read_c, 3>(),
-    narrow_tile_of<rows, read_c, 4>(), narrow_tile_of<rows, read_c, 5>(), narrow_tile_of<rows, read_c, 6>()};
+template <int rows, bool read_c> struct narrow_tiles {
+    static constexpr int widest = widest_narrow<rows>;
+    using function = decltype(narrow_tile<rows, 1, read_c>);
+    template <int vecs> static constexpr function *tile = narrow_tile<rows, vecs, read_c>;
+};
 
 // One narrow row panel against all column panels, in tiles as even as they come; the narrow column panels by the plain
 // tile.
@@ -99,7 +93,7 @@ template <class p, int rows, bool read_c>
     for (; tiles > 0; --tiles) {
         const int64_t now = (vecs + tiles - 1) / tiles;
         const bool whole = 2 * now <= panels;
-        narrow_tiles<rows, read_c>[now - 1](depth, a, b, whole, c, ldc);
+        tiles_across<narrow_tiles<rows, read_c>>[now - 1](depth, a, b, whole, c, ldc);
         vecs -= now;
         panels -= 2 * now;
         b += 8 * now * depth;

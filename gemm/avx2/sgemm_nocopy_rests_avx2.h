@@ -70,17 +70,11 @@ columns_along(int64_t last, int64_t skipped, bool fetches, int64_t k, const floa
     tile_along_columns<rows, vecs> tile = {b, ldb, last, static_cast<int>(skipped), fetches};
     tile.template run<form>(k, *alpha, a, a_depth, beta, c, ldc);
 }
-template <int rows, beta_form form, int vecs> constexpr decltype(&columns_along<rows, 1, form>) along_columns_of()
-{
-    if constexpr (vecs <= widest_across<rows>)
-        return columns_along<rows, vecs, form>;
-    else
-        return nullptr;
-}
-template <int rows, beta_form form>
-constexpr decltype(&columns_along<rows, 1, form>) along_columns[most_vecs] = {
-    along_columns_of<rows, form, 1>(), along_columns_of<rows, form, 2>(), along_columns_of<rows, form, 3>(),
-    along_columns_of<rows, form, 4>(), along_columns_of<rows, form, 5>(), along_columns_of<rows, form, 6>()};
+template <int rows, beta_form form> struct tiles_along_columns {
+    static constexpr int widest = widest_across<rows>;
+    using function = decltype(columns_along<rows, 1, form>);
+    template <int vecs> static constexpr function *tile = columns_along<rows, vecs, form>;
+};
 
 // All columns, eight at least, in tiles as even as they come.
 template <int rows, beta_form form>
@@ -93,8 +87,8 @@ template <int rows, beta_form form>
     int64_t tiles = (vecs + widest_across<rows> - 1) / widest_across<rows>;
     for (; tiles > 0; --tiles) {
         const int64_t now = (vecs + tiles - 1) / tiles, skipped = tiles == 1 ? 8 * now - n : 0;
-        along_columns<rows, form>[now - 1](8 * (now - 1) - skipped, skipped, fetches, k, alpha, a, a_depth, b, ldb,
-                                           beta, c, ldc);
+        tiles_across<tiles_along_columns<rows, form>>[now - 1](8 * (now - 1) - skipped, skipped, fetches, k, alpha, a,
+                                                               a_depth, b, ldb, beta, c, ldc);
         vecs -= now;
         n -= 8 * now;
         b += 8 * now;
